@@ -1,0 +1,78 @@
+#include "messaging/StringPool.h"
+
+#include "errors/KSException.h"
+
+#include <new>
+#include <thread>
+
+namespace {
+constexpr qsizetype kInitialCapacity = 0x4000;
+} // namespace
+
+class StringPool::SpinLocker
+{
+public:
+    explicit SpinLocker(std::atomic_flag& flag)
+        : m_flag(flag)
+    {
+        while (m_flag.test_and_set(std::memory_order_acquire)) {
+            std::this_thread::yield();
+        }
+    }
+    ~SpinLocker() { m_flag.clear(std::memory_order_release); }
+    SpinLocker(const SpinLocker&) = delete;
+    SpinLocker& operator=(const SpinLocker&) = delete;
+
+private:
+    std::atomic_flag& m_flag;
+};
+
+StringPool::StringPool()
+{
+    try {
+        m_strings.reserve(kInitialCapacity);
+    } catch (const std::bad_alloc&) {
+        throw KSException::exceptionWithName(QStringLiteral("Memory"),
+                                             QStringLiteral("cannot create string pool hash"));
+    }
+}
+
+StringPool& StringPool::sharedPool()
+{
+    // Never destroyed: pooled strings may be handed out until the very end of the process.
+    static StringPool* pool = new StringPool;
+    return *pool;
+}
+
+QString StringPool::stringWithString(const QString& string)
+{
+    return sharedPool().insertString(string);
+}
+
+QString StringPool::stringWithUTF8Bytes(const char* bytes, qsizetype length)
+{
+    return sharedPool().stringWithBytes(bytes, length);
+}
+
+QString StringPool::insertString(const QString& string)
+{
+    const void* identity = string.constData();
+    SpinLocker locker(m_spinLock);
+    const auto found = m_strings.constFind(identity);
+    if (found != m_strings.cend()) {
+        return *found;
+    }
+    m_strings.insert(identity, string);
+    return string;
+}
+
+QString StringPool::stringWithBytes(const char* bytes, qsizetype length)
+{
+    return insertString(QString::fromUtf8(bytes, length));
+}
+
+qsizetype StringPool::count() const
+{
+    SpinLocker locker(m_spinLock);
+    return m_strings.size();
+}

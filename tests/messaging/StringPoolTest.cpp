@@ -1,0 +1,55 @@
+#include "messaging/StringPool.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+#include <vector>
+
+TEST(StringPool, HandsBackThePooledStringForTheSameObject)
+{
+    StringPool pool;
+    const QString original = QStringLiteral("capture").repeated(2);
+    const QString copy = original; // shares the text: the same object to the pool
+    const QString pooled = pool.insertString(original);
+    EXPECT_EQ(pool.insertString(copy).constData(), pooled.constData());
+    EXPECT_EQ(pool.count(), 1);
+}
+
+TEST(StringPool, EqualTextInSeparateObjectsIsKeptTwice)
+{
+    StringPool pool;
+    const QString first = QString::fromUtf8("verify");
+    const QString second = QString::fromUtf8("verify");
+    ASSERT_NE(first.constData(), second.constData());
+    pool.insertString(first);
+    pool.insertString(second);
+    EXPECT_EQ(pool.count(), 2);
+    EXPECT_EQ(pool.stringWithBytes("verify", 6), QStringLiteral("verify"));
+    EXPECT_EQ(pool.count(), 3);
+}
+
+TEST(StringPool, ConcurrentInsertionsAreAllKept)
+{
+    StringPool pool;
+    constexpr int kThreads = 4;
+    constexpr int kEach = 2000;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&pool, t] {
+            for (int i = 0; i < kEach; ++i) {
+                pool.insertString(QString::number(t * kEach + i));
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(pool.count(), kThreads * kEach);
+}
+
+TEST(StringPool, SharedPoolIsOneInstance)
+{
+    EXPECT_EQ(&StringPool::sharedPool(), &StringPool::sharedPool());
+    const QString text = StringPool::stringWithUTF8Bytes("héllo", 6);
+    EXPECT_EQ(text, QString::fromUtf8("héllo"));
+}
