@@ -3,7 +3,6 @@
 #include "messaging/SerializableDictionaryAdditions.h"
 
 #include <QDateTime>
-
 #include <benchmark/benchmark.h>
 
 namespace {
@@ -64,8 +63,9 @@ void decodeProgressDictionary(benchmark::State& state)
         SerializableDictionaryAdditions::dictionaryEncodingNonSerializableObjects(
             progressDictionary()));
     for (auto _ : state) {
-        benchmark::DoNotOptimize(SerializableDictionaryAdditions::dictionaryDecodingSerializableObjects(
-            KeyedArchive::unarchivedObject(data, KeyedArchive::propertyListClasses()).toMap()));
+        benchmark::DoNotOptimize(
+            SerializableDictionaryAdditions::dictionaryDecodingSerializableObjects(
+                KeyedArchive::unarchivedObject(data, KeyedArchive::propertyListClasses()).toMap()));
     }
     state.SetBytesProcessed(state.iterations() * data.size());
 }

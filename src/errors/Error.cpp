@@ -7,8 +7,7 @@ Error::Error(QString domain, qint64 code, QVariantMap userInfo)
     : m_domain(std::move(domain))
     , m_code(code)
     , m_userInfo(std::move(userInfo))
-{
-}
+{}
 
 QString Error::localizedDescription() const
 {
@@ -46,9 +45,10 @@ void Error::registerArchivableClass()
         },
         [](const KeyedDecoder& coder) {
             auto allowed = KeyedArchive::propertyListClasses();
-            const Error error(coder.decodeStringObject(QStringLiteral("domain")).value_or(QString()),
-                              coder.decodeInt64(QStringLiteral("code")),
-                              coder.decodeObject(QStringLiteral("userInfo"), allowed).toMap());
+            const Error error(
+                coder.decodeStringObject(QStringLiteral("domain")).value_or(QString()),
+                coder.decodeInt64(QStringLiteral("code")),
+                coder.decodeObject(QStringLiteral("userInfo"), allowed).toMap());
             return QVariant::fromValue(error);
         });
     QMetaType::registerConverter<Error, QString>(&Error::description);

@@ -5,13 +5,37 @@
 #include "foundation/KeyedDecoder.h"
 #include "foundation/LogHook.h"
 
+#include <execinfo.h>
+
 std::atomic<bool> Exception::s_persistFailures{false};
+
+namespace {
+constexpr int kMaxFrames = 64;
+
+QList<quintptr> captureCallStack()
+{
+    void* frames[kMaxFrames];
+    const int count = backtrace(frames, kMaxFrames);
+    QList<quintptr> addresses;
+    addresses.reserve(count);
+    // The first frame is this function; the caller's constructor frame stays, it is the site.
+    for (int i = 1; i < count; ++i) {
+        addresses.append(reinterpret_cast<quintptr>(frames[i]));
+    }
+    return addresses;
+}
+} // namespace
 
 Exception::Exception(QString name, QString reason, QVariantMap userInfo)
     : m_userInfo(std::move(userInfo))
     , m_name(std::move(name))
     , m_reason(std::move(reason))
+    , m_callStack(captureCallStack())
+{}
+
+void Exception::setCallStackReturnAddresses(QList<quintptr> addresses)
 {
+    m_callStack = std::move(addresses);
 }
 
 Exception::~Exception() = default;
@@ -90,10 +114,10 @@ std::unique_ptr<Exception> Exception::exceptionFromData(const QByteArray& data)
     auto decoded = fromVariant(root);
     if (!decoded) {
         const QString className = KeyedArchive::classNameOf(root);
-        LogHook::logMessage(9, QStringLiteral("%1 exception object was actually a %2")
-                                   .arg(QStringLiteral("+[Exception exceptionFromData:]"),
-                                        className.isEmpty() ? QString::fromLatin1(root.typeName())
-                                                            : className));
+        LogHook::logMessage(
+            9, QStringLiteral("%1 exception object was actually a %2")
+                   .arg(QStringLiteral("+[Exception exceptionFromData:]"),
+                        className.isEmpty() ? QString::fromLatin1(root.typeName()) : className));
     }
     return decoded;
 }
@@ -125,17 +149,18 @@ QVariantMap encodeException(const Exception& exception)
             {QStringLiteral("userInfo"), exception.userInfo()}};
 }
 
-template <typename T>
-QVariant decodeException(const KeyedDecoder& coder)
+template <typename T> QVariant decodeException(const KeyedDecoder& coder)
 {
     // A user info may hold anything a detail setter stores: property-list values, errors and
     // other exceptions (a "Cause").
     auto allowed = KeyedArchive::propertyListClasses();
     allowed << QStringLiteral("Exception") << QStringLiteral("KSException")
             << QStringLiteral("Error");
-    const T exception(coder.decodeStringObject(QStringLiteral("name")).value_or(QString()),
-                      coder.decodeStringObject(QStringLiteral("reason")).value_or(QString()),
-                      coder.decodeObject(QStringLiteral("userInfo"), allowed).toMap());
+    T exception(coder.decodeStringObject(QStringLiteral("name")).value_or(QString()),
+                coder.decodeStringObject(QStringLiteral("reason")).value_or(QString()),
+                coder.decodeObject(QStringLiteral("userInfo"), allowed).toMap());
+    // Addresses of this process's decoder say nothing about where the peer failed.
+    exception.setCallStackReturnAddresses({});
     return QVariant::fromValue(exception);
 }
 } // namespace

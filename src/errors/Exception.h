@@ -1,10 +1,10 @@
 #pragma once
 
 #include <QByteArray>
+#include <QList>
 #include <QMetaType>
 #include <QString>
 #include <QVariantMap>
-
 #include <atomic>
 #include <exception>
 #include <memory>
@@ -28,6 +28,9 @@ public:
     const QString& name() const { return m_name; }
     const QString& reason() const { return m_reason; }
     const QVariantMap& userInfo() const { return m_userInfo; }
+    // Where the exception was made (and so, by habit, raised); empty for one decoded from data.
+    const QList<quintptr>& callStackReturnAddresses() const { return m_callStack; }
+    void setCallStackReturnAddresses(QList<quintptr> addresses);
 
     // The name the keyed archive knows this class by.
     virtual QString className() const;
@@ -63,6 +66,7 @@ protected:
 private:
     QString m_name;
     QString m_reason;
+    QList<quintptr> m_callStack;
     mutable QByteArray m_what;
     static std::atomic<bool> s_persistFailures;
 };

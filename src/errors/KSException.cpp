@@ -7,7 +7,6 @@
 
 #include <QFile>
 #include <QFileInfo>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -38,8 +37,7 @@ bool containsWhitespace(const QString& text)
 
 KSException::KSException(QString name, QString reason, QVariantMap details)
     : Exception(std::move(name), std::move(reason), std::move(details))
-{
-}
+{}
 
 KSException KSException::exceptionWithName(const QString& name, const QString& reason)
 {
@@ -98,11 +96,16 @@ QString KSException::getNameForPackageType(int type)
 
 const QHash<QString, int>& KSException::userInfoLogClassifications()
 {
-    static const QHash<QString, int> classifications{
-        {kPOSIXErr, 6},         {QStringLiteral("OSErr"), 6},  {QStringLiteral("OSErrName"), 6},
-        {kPath, 6},             {kAPI, 9},                     {QStringLiteral("Object"), 9},
-        {kPkgType, 9},          {kPkgNumber, 9},               {QStringLiteral("Class"), 9},
-        {QStringLiteral("Cause"), 9}};
+    static const QHash<QString, int> classifications{{kPOSIXErr, 6},
+                                                     {QStringLiteral("OSErr"), 6},
+                                                     {QStringLiteral("OSErrName"), 6},
+                                                     {kPath, 6},
+                                                     {kAPI, 9},
+                                                     {QStringLiteral("Object"), 9},
+                                                     {kPkgType, 9},
+                                                     {kPkgNumber, 9},
+                                                     {QStringLiteral("Class"), 9},
+                                                     {QStringLiteral("Cause"), 9}};
     return classifications;
 }
 

@@ -11,7 +11,6 @@
 #include <QHash>
 #include <QReadWriteLock>
 #include <QTimeZone>
-
 #include <limits>
 #include <stdexcept>
 
@@ -166,9 +165,9 @@ QCborValue encodeValue(const QVariant& value, int depth)
 void checkAllowed(const QString& className, const QSet<QString>& allowed, bool secure)
 {
     if (secure && !allowed.contains(className)) {
-        throw KSException::exceptionWithName(QStringLiteral("Archive"),
-                                             QStringLiteral("class %1 is not allowed here")
-                                                 .arg(className))
+        throw KSException::exceptionWithName(
+            QStringLiteral("Archive"),
+            QStringLiteral("class %1 is not allowed here").arg(className))
             .setClass(className);
     }
 }
@@ -197,9 +196,9 @@ QVariant decodeObject(const QCborValue& content, const QSet<QString>& allowed, b
     checkAllowed(className, allowed, secure);
     const auto entry = Registry::instance().byName(className);
     if (!entry) {
-        throw KSException::exceptionWithName(QStringLiteral("Archive"),
-                                             QStringLiteral("class %1 is not known to this process")
-                                                 .arg(className))
+        throw KSException::exceptionWithName(
+            QStringLiteral("Archive"),
+            QStringLiteral("class %1 is not known to this process").arg(className))
             .setClass(className);
     }
     return entry->decode(KeyedDecoder(className, pair.at(1).toMap(), secure, depth + 1));

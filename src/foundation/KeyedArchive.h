@@ -6,7 +6,6 @@
 #include <QString>
 #include <QStringList>
 #include <QVariant>
-
 #include <functional>
 
 class KeyedDecoder;
@@ -33,8 +32,7 @@ public:
 
     // Registers an archivable class under its archive name. Registering a name twice keeps
     // the last registration.
-    static void registerClass(const QString& name, QMetaType type, Encoder encode,
-                              Decoder decode);
+    static void registerClass(const QString& name, QMetaType type, Encoder encode, Decoder decode);
     template <typename T>
     static void registerClass(const QString& name, Encoder encode, Decoder decode)
     {

@@ -9,8 +9,7 @@ KeyedDecoder::KeyedDecoder(QString className, QCborMap fields, bool secure, int 
     , m_fields(std::move(fields))
     , m_secure(secure)
     , m_depth(depth)
-{
-}
+{}
 
 bool KeyedDecoder::containsValue(const QString& key) const
 {

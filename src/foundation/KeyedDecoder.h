@@ -5,7 +5,6 @@
 #include <QSet>
 #include <QString>
 #include <QVariant>
-
 #include <optional>
 
 // Hands an archived object's keyed fields to its class's decoder. Every decode names the

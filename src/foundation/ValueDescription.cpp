@@ -63,8 +63,8 @@ QString ValueDescription::describe(const QVariant& value, int indent)
         for (const QVariant& item : value.toList()) {
             items << indentation(indent + 1) + describe(item, indent + 1);
         }
-        return QStringLiteral("(\n%1\n%2)").arg(items.join(QStringLiteral(",\n")),
-                                                indentation(indent));
+        return QStringLiteral("(\n%1\n%2)")
+            .arg(items.join(QStringLiteral(",\n")), indentation(indent));
     }
     case QMetaType::QVariantMap:
     case QMetaType::QVariantHash: {
@@ -80,7 +80,8 @@ QString ValueDescription::describe(const QVariant& value, int indent)
         break;
     }
     if (value.metaType().id() < QMetaType::User ||
-        QMetaType::hasRegisteredConverterFunction(value.metaType(), QMetaType::fromType<QString>())) {
+        QMetaType::hasRegisteredConverterFunction(value.metaType(),
+                                                  QMetaType::fromType<QString>())) {
         const QString text = value.toString();
         if (!text.isNull() || value.metaType() == QMetaType::fromType<QString>()) {
             return text;

@@ -1,13 +1,11 @@
 #include "messaging/MessageSync.h"
 
 #include <QDeadlineTimer>
-
 #include <cmath>
 
 MessageSync::MessageSync(int condition)
     : m_condition(condition)
-{
-}
+{}
 
 std::shared_ptr<MessageSync> MessageSync::messageLock()
 {

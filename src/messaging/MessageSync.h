@@ -2,7 +2,6 @@
 
 #include <QMutex>
 #include <QWaitCondition>
-
 #include <memory>
 
 // A condition lock that turns an asynchronous reply into a synchronous wait: condition 0 is

@@ -8,7 +8,13 @@
 #include <stdexcept>
 
 namespace {
-enum class Kind { Container, Plain, Data, Other };
+enum class Kind
+{
+    Container,
+    Plain,
+    Data,
+    Other
+};
 
 Kind kindOf(const QVariant& value)
 {
@@ -31,8 +37,7 @@ bool isArray(const QVariant& value)
 QVariant encodeValue(const QVariant& value)
 {
     if (isArray(value)) {
-        return SerializableDictionaryAdditions::arrayEncodingNonSerializableObjects(
-            value.toList());
+        return SerializableDictionaryAdditions::arrayEncodingNonSerializableObjects(value.toList());
     }
     switch (kindOf(value)) {
     case Kind::Container:
@@ -100,8 +105,8 @@ QVariantMap SerializableDictionaryAdditions::dictionaryStringifyingNonSerializab
         if (!value.isValid()) {
             continue;
         }
-        result.insert(it.key(), kindOf(value) == Kind::Other ? ValueDescription::describe(value)
-                                                             : value);
+        result.insert(it.key(),
+                      kindOf(value) == Kind::Other ? ValueDescription::describe(value) : value);
     }
     return result;
 }
@@ -132,11 +137,10 @@ QVariantMap SerializableDictionaryAdditions::dictionaryDecodingSerializableObjec
 {
     QVariantMap result;
     for (auto it = dictionary.cbegin(); it != dictionary.cend(); ++it) {
-        result.insert(it.key(),
-                      decodeValue(it.value(),
-                                  "-[NSDictionary(SerializableDictionaryAdditions) "
-                                  "dictionaryDecodingSerializableObjects]",
-                                  QStringLiteral("for key '%1'").arg(it.key())));
+        result.insert(it.key(), decodeValue(it.value(),
+                                            "-[NSDictionary(SerializableDictionaryAdditions) "
+                                            "dictionaryDecodingSerializableObjects]",
+                                            QStringLiteral("for key '%1'").arg(it.key())));
     }
     return result;
 }

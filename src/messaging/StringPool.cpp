@@ -2,30 +2,12 @@
 
 #include "errors/KSException.h"
 
+#include <mutex>
 #include <new>
-#include <thread>
 
 namespace {
 constexpr qsizetype kInitialCapacity = 0x4000;
 } // namespace
-
-class StringPool::SpinLocker
-{
-public:
-    explicit SpinLocker(std::atomic_flag& flag)
-        : m_flag(flag)
-    {
-        while (m_flag.test_and_set(std::memory_order_acquire)) {
-            std::this_thread::yield();
-        }
-    }
-    ~SpinLocker() { m_flag.clear(std::memory_order_release); }
-    SpinLocker(const SpinLocker&) = delete;
-    SpinLocker& operator=(const SpinLocker&) = delete;
-
-private:
-    std::atomic_flag& m_flag;
-};
 
 StringPool::StringPool()
 {
@@ -57,7 +39,7 @@ QString StringPool::stringWithUTF8Bytes(const char* bytes, qsizetype length)
 QString StringPool::insertString(const QString& string)
 {
     const void* identity = string.constData();
-    SpinLocker locker(m_spinLock);
+    std::lock_guard locker(m_spinLock);
     const auto found = m_strings.constFind(identity);
     if (found != m_strings.cend()) {
         return *found;
@@ -73,6 +55,6 @@ QString StringPool::stringWithBytes(const char* bytes, qsizetype length)
 
 qsizetype StringPool::count() const
 {
-    SpinLocker locker(m_spinLock);
+    std::lock_guard locker(m_spinLock);
     return m_strings.size();
 }

@@ -1,9 +1,9 @@
 #pragma once
 
+#include "foundation/SpinLock.h"
+
 #include <QHash>
 #include <QString>
-
-#include <atomic>
 
 // Keeps strings alive for the life of the process and hands back the pooled one. Strings are
 // told apart by identity (the shared text they point at), not by their text: two separately
@@ -24,8 +24,6 @@ public:
     qsizetype count() const;
 
 private:
-    class SpinLocker;
-
     QHash<const void*, QString> m_strings;
-    mutable std::atomic_flag m_spinLock = ATOMIC_FLAG_INIT;
+    mutable SpinLock m_spinLock;
 };

@@ -7,7 +7,6 @@
 #include <QCborValue>
 #include <QDateTime>
 #include <QTimeZone>
-
 #include <gtest/gtest.h>
 
 namespace {

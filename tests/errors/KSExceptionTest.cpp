@@ -1,12 +1,11 @@
-#include "errors/Error.h"
 #include "errors/KSException.h"
+
+#include "errors/Error.h"
 #include "support/RecordingLogSink.h"
 
 #include <QFileInfo>
-
-#include <gtest/gtest.h>
-
 #include <cerrno>
+#include <gtest/gtest.h>
 #include <stdexcept>
 
 namespace {
@@ -95,7 +94,8 @@ TEST(KSExceptionDetails, PlatformErrorsFoldInByDomain)
     status.setError(Error(Error::kOSStatusDomain, -43));
     EXPECT_EQ(detail(status, "OSErr").toInt(), -43);
     auto url = io();
-    url.setError(Error(Error::kURLDomain, 1, {{Error::kFailingURLStringKey, QStringLiteral("/v")}}));
+    url.setError(
+        Error(Error::kURLDomain, 1, {{Error::kFailingURLStringKey, QStringLiteral("/v")}}));
     EXPECT_EQ(detail(url, "Path").toString(), QStringLiteral("/v"));
 }
 
@@ -112,7 +112,8 @@ TEST(KSExceptionLogClass, ComesFromTheNameUnlessOverridden)
 {
     EXPECT_EQ(KSException::exceptionWithName(QStringLiteral("Cancel"), {}).preferredLogClass(), 3);
     EXPECT_EQ(KSException::exceptionWithName(QStringLiteral("Info"), {}).preferredLogClass(), 0);
-    EXPECT_EQ(KSException::exceptionWithName(QStringLiteral("Security"), {}).preferredLogClass(), 4);
+    EXPECT_EQ(KSException::exceptionWithName(QStringLiteral("Security"), {}).preferredLogClass(),
+              4);
     EXPECT_EQ(KSException::exceptionWithName(QStringLiteral("Bug"), {}).preferredLogClass(), 9);
     EXPECT_EQ(io().preferredLogClass(), 5);
     auto quiet = KSException::exceptionWithName(QStringLiteral("Cancel"), {});

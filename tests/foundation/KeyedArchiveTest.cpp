@@ -1,5 +1,6 @@
-#include "errors/KSException.h"
 #include "foundation/KeyedArchive.h"
+
+#include "errors/KSException.h"
 #include "foundation/KeyedDecoder.h"
 
 #include <QCborArray>
@@ -8,9 +9,7 @@
 #include <QDateTime>
 #include <QPoint>
 #include <QTimeZone>
-
 #include <gtest/gtest.h>
-
 #include <limits>
 #include <random>
 
@@ -59,7 +58,8 @@ TEST(KeyedArchiveRoundTrip, EveryPropertyListKindComesBackEqual)
 
 TEST(KeyedArchiveRoundTrip, AMissingValueStaysMissing)
 {
-    const QVariantMap decoded = roundTrip(QVariantMap{{QStringLiteral("gone"), QVariant()}}).toMap();
+    const QVariantMap decoded =
+        roundTrip(QVariantMap{{QStringLiteral("gone"), QVariant()}}).toMap();
     ASSERT_TRUE(decoded.contains(QStringLiteral("gone")));
     EXPECT_FALSE(decoded.value(QStringLiteral("gone")).isValid());
 }
@@ -107,8 +107,9 @@ TEST(KeyedArchiveSecureDecoding, RefusesAClassThatWasNotAllowed)
 TEST(KeyedArchiveSecureDecoding, RefusesAPropertyListKindOutsideTheAllowedSet)
 {
     const QByteArray data = KeyedArchive::archivedData(QVariantList{QStringLiteral("a"), 1});
-    EXPECT_THROW(KeyedArchive::unarchivedObject(data, {KeyedArchive::kArray, KeyedArchive::kString}),
-                 KSException);
+    EXPECT_THROW(
+        KeyedArchive::unarchivedObject(data, {KeyedArchive::kArray, KeyedArchive::kString}),
+        KSException);
     EXPECT_NO_THROW(KeyedArchive::unarchivedObject(
         data, {KeyedArchive::kArray, KeyedArchive::kString, KeyedArchive::kNumber}));
 }

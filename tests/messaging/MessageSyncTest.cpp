@@ -1,8 +1,7 @@
 #include "messaging/MessageSync.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
+#include <gtest/gtest.h>
 #include <thread>
 
 TEST(MessageSync, WaiterSeesTheReplyStoredBeforeItWasSignalled)

@@ -1,12 +1,12 @@
+#include "messaging/SerializableDictionaryAdditions.h"
+
 #include "errors/KSException.h"
 #include "foundation/KeyedArchive.h"
-#include "messaging/SerializableDictionaryAdditions.h"
 #include "support/RecordingLogSink.h"
 
 #include <QDateTime>
 #include <QPoint>
 #include <QUrl>
-
 #include <gtest/gtest.h>
 
 using Additions = SerializableDictionaryAdditions;
@@ -14,8 +14,8 @@ using Additions = SerializableDictionaryAdditions;
 TEST(SerializableDictionaryEncoding, DataTravelsArchivedAndComesBackTheSame)
 {
     const QByteArray blob("\x00\x01 plain blob \xff", 15);
-    const QVariantMap encoded = Additions::dictionaryEncodingNonSerializableObjects(
-        {{QStringLiteral("blob"), blob}});
+    const QVariantMap encoded =
+        Additions::dictionaryEncodingNonSerializableObjects({{QStringLiteral("blob"), blob}});
     EXPECT_NE(encoded.value(QStringLiteral("blob")).toByteArray(), blob);
     const QVariantMap decoded = Additions::dictionaryDecodingSerializableObjects(encoded);
     EXPECT_EQ(decoded.value(QStringLiteral("blob")).toByteArray(), blob);
@@ -30,7 +30,8 @@ TEST(SerializableDictionaryEncoding, PlainValuesStayAndObjectsAreArchivedAtEvery
         {QStringLiteral("when"), now},
         {QStringLiteral("count"), 12},
         {QStringLiteral("list"), QVariantList{QVariant::fromValue(failure), 2}},
-        {QStringLiteral("inner"), QVariantMap{{QStringLiteral("e"), QVariant::fromValue(failure)}}}};
+        {QStringLiteral("inner"),
+         QVariantMap{{QStringLiteral("e"), QVariant::fromValue(failure)}}}};
     const QVariantMap encoded = Additions::dictionaryEncodingNonSerializableObjects(original);
     EXPECT_EQ(encoded.value(QStringLiteral("text")), original.value(QStringLiteral("text")));
     EXPECT_EQ(encoded.value(QStringLiteral("count")), 12);
@@ -40,12 +41,12 @@ TEST(SerializableDictionaryEncoding, PlainValuesStayAndObjectsAreArchivedAtEvery
               QMetaType::fromType<QByteArray>());
 
     // The encoded dictionary is a property list: it crosses the wire, then decodes.
-    const QVariantMap wire =
-        KeyedArchive::unarchivedObject(KeyedArchive::archivedData(encoded),
-                                       KeyedArchive::propertyListClasses())
-            .toMap();
+    const QVariantMap wire = KeyedArchive::unarchivedObject(KeyedArchive::archivedData(encoded),
+                                                            KeyedArchive::propertyListClasses())
+                                 .toMap();
     const QVariantMap decoded = Additions::dictionaryDecodingSerializableObjects(wire);
-    const QVariant inner = decoded.value(QStringLiteral("inner")).toMap().value(QStringLiteral("e"));
+    const QVariant inner =
+        decoded.value(QStringLiteral("inner")).toMap().value(QStringLiteral("e"));
     EXPECT_EQ(inner.value<KSException>().description(), failure.description());
     EXPECT_EQ(decoded.value(QStringLiteral("list")).toList().at(0).value<KSException>().name(),
               QStringLiteral("IO"));
@@ -67,9 +68,8 @@ TEST(SerializableDictionaryDecoding, DataThatIsNotAnArchiveStaysWithOneLogLine)
 {
     RecordingLogSink sink;
     const QByteArray notArchive("\xff\xfe not cbor", 10);
-    const QVariantMap decoded =
-        Additions::dictionaryDecodingSerializableObjects({{QStringLiteral("raw"), notArchive},
-                                                          {QStringLiteral("n"), 1}});
+    const QVariantMap decoded = Additions::dictionaryDecodingSerializableObjects(
+        {{QStringLiteral("raw"), notArchive}, {QStringLiteral("n"), 1}});
     EXPECT_EQ(decoded.value(QStringLiteral("raw")).toByteArray(), notArchive);
     const auto lines = sink.lines();
     ASSERT_EQ(lines.size(), 1);

@@ -1,7 +1,6 @@
 #include "messaging/StringPool.h"
 
 #include <gtest/gtest.h>
-
 #include <thread>
 #include <vector>
 

@@ -1,10 +1,8 @@
 #include <QCoreApplication>
 #include <QLocale>
-
-#include <gtest/gtest.h>
-
 #include <cstdlib>
 #include <cstring>
+#include <gtest/gtest.h>
 
 namespace {
 bool isListingOnly(int argc, char** argv)

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "logging/Logger.h"
+
+// Writes to the system log when the log file cannot be had; hidden and debug lines stay out.
+class NSLogLogger final : public Logger
+{
+public:
+    NSLogLogger() = default;
+
+    std::optional<QByteArray> formatMessage(const QString& message, const LogLine& line,
+                                            int classification,
+                                            const QString& classString) override;
+    void logCString(const QByteArray& line) override;
+};
