@@ -1,5 +1,6 @@
 #include "LoggingFixture.h"
 #include "fakes/FakeClientApplication.h"
+#include "support/PrivateBus.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -10,6 +11,8 @@
 #include <unistd.h>
 
 namespace {
+[[maybe_unused]] const bool s_privateBus = (PrivateBus::use(), true);
+
 bool runTool(const QStringList& arguments)
 {
     QProcess tool;

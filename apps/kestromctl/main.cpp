@@ -1,0 +1,38 @@
+// kestromctl: the product's command-line peer. It speaks to the switchboard and the monitor as
+// the product's own processes do.
+#include "SwitchboardVerbs.h"
+#include "logging/Logger.h"
+
+#include <QCoreApplication>
+#include <cstdio>
+
+namespace {
+constexpr quint64 kApplicationCode = 7;
+
+int usage(FILE* stream, int status)
+{
+    std::fprintf(stream, "usage: kestromctl VERB [ARGS...]   (VERB --help for details)\n%s",
+                 SwitchboardVerbs::usage().toLocal8Bit().constData());
+    return status;
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("kestromctl"));
+    Logger::setApplicationCode(kApplicationCode);
+    QStringList arguments = app.arguments().mid(1);
+    if (arguments.isEmpty()) {
+        return usage(stderr, 2);
+    }
+    const QString verb = arguments.takeFirst();
+    if (verb == QStringLiteral("--help") || verb == QStringLiteral("-h")) {
+        return usage(stdout, 0);
+    }
+    if (SwitchboardVerbs::handles(verb)) {
+        return SwitchboardVerbs::run(verb, arguments);
+    }
+    std::fprintf(stderr, "kestromctl: unknown verb '%s'\n", verb.toLocal8Bit().constData());
+    return usage(stderr, 2);
+}

@@ -1,0 +1,348 @@
+#include "messaging/KSConnection.h"
+
+#include "foundation/MainQueue.h"
+#include "foundation/NotificationCenter.h"
+#include "logging/Logger.h"
+#include "messaging/KSPublishedConnection.h"
+#include "messaging/KSSwitchboardConnection.h"
+#include "messaging/MessageSync.h"
+#include "messaging/MessagingThread.h"
+
+#include <QThread>
+#include <QThreadPool>
+
+namespace {
+const QString kBarrierInterface = QStringLiteral("com.kestrom.KSComponentMessaging");
+const QString kBarrierMember = QStringLiteral("barrierWithCompletion");
+constexpr int kIdle = 0;
+constexpr int kAnswered = 1;
+constexpr int kWaiting = 2;
+} // namespace
+
+KSConnection::KSConnection(quint64 options, QString protocol)
+    : m_options(options)
+    , m_protocol(std::move(protocol))
+{}
+
+KSConnection::~KSConnection()
+{
+    if (m_connection) {
+        m_connection->invalidate();
+    }
+}
+
+QString KSConnection::identifier() const
+{
+    return m_identifier;
+}
+
+void KSConnection::setIdentifier(QString identifier)
+{
+    m_identifier = std::move(identifier);
+}
+
+bool KSConnection::connected() const
+{
+    QMutexLocker locker(&m_connectionLock);
+    return m_connection != nullptr;
+}
+
+KSConnection::Candidate KSConnection::currentConnection() const
+{
+    QMutexLocker locker(&m_connectionLock);
+    return m_connection;
+}
+
+void KSConnection::setInvalidationHandler(InvalidationHandler handler)
+{
+    QMutexLocker locker(&m_connectionLock);
+    m_invalidationHandler = std::move(handler);
+}
+
+std::vector<KSConnection::Candidate> KSConnection::makeConnections()
+{
+    Candidate candidate = makeConnection();
+    if (!candidate) {
+        return {};
+    }
+    return {candidate};
+}
+
+KSConnection::Candidate KSConnection::makeConnection()
+{
+    return nullptr;
+}
+
+Error KSConnection::errorFrom(const QDBusError& error)
+{
+    return Error(kDBusErrorDomain, qint64(error.type()),
+                 {{Error::kLocalizedDescriptionKey, error.message()},
+                  {QStringLiteral("Name"), error.name()}});
+}
+
+void KSConnection::connect()
+{
+    QMutexLocker locker(&m_connectionLock);
+    if (m_connection) {
+        return;
+    }
+    if (MessagingThread::instance().isCurrent()) {
+        // Verification would wait for an answer that can only arrive on this very thread.
+        static std::once_flag once;
+        std::call_once(once, [this] {
+            Logger::log(9, QStringLiteral("-[KSConnection connect] called on the messaging "
+                                          "thread for %1; not connecting")
+                               .arg(identifier()));
+        });
+        return;
+    }
+    m_barrierProxy.reset();
+    const std::vector<Candidate> candidates = makeConnections();
+    QList<QPair<Error, Candidate>> failures;
+    for (const Candidate& candidate : candidates) {
+        candidate->resume();
+        Error error;
+        if ((!m_verifyConnection && candidates.size() < 2) || verify(candidate, &error)) {
+            m_loggedConnectionError = false;
+            accept(candidate);
+            break;
+        }
+        candidate->invalidate();
+        failures.append({error, candidate});
+    }
+    if (!m_connection && !m_loggedConnectionError && !failures.isEmpty()) {
+        for (const auto& [error, candidate] : std::as_const(failures)) {
+            Logger::log(4, QStringLiteral("failed to verify connection %1 with %2")
+                               .arg(m_identifier, error.description()));
+        }
+        m_loggedConnectionError = true;
+    }
+}
+
+bool KSConnection::verify(const Candidate& candidate, Error* error)
+{
+    const auto lock = MessageSync::messageLock();
+    auto failure = std::make_shared<std::optional<Error>>();
+    const auto proxy = candidate->remoteObjectProxy([lock, failure](const QDBusError& dbusError) {
+        *failure = errorFrom(dbusError);
+        lock->messageReplied();
+    });
+    proxy->call(kBarrierInterface, kBarrierMember, {},
+                [lock](const QDBusMessage&) { lock->messageReplied(); });
+    lock->waitForMessageReply();
+    if (failure->has_value()) {
+        *error = failure->value();
+        return false;
+    }
+    return true;
+}
+
+void KSConnection::accept(const Candidate& candidate)
+{
+    m_connection = candidate;
+    const std::weak_ptr<KSConnection> weakSelf = weak_from_this();
+    const std::weak_ptr<PlatformConnection> weakCandidate = candidate;
+    const bool fromMain = MainQueue::isMainThread();
+    candidate->setInvalidationHandler([weakSelf, weakCandidate, fromMain] {
+        auto work = [weakSelf, weakCandidate] {
+            const auto self = weakSelf.lock();
+            const auto lost = weakCandidate.lock();
+            if (!self || !lost || !self->disconnect(lost)) {
+                return;
+            }
+            InvalidationHandler handler;
+            {
+                QMutexLocker locker(&self->m_connectionLock);
+                handler = self->m_invalidationHandler;
+            }
+            if (handler) {
+                handler();
+            }
+        };
+        // Never on the messaging thread: dropping takes the connection lock, which a thread
+        // verifying a candidate holds while it waits for that thread.
+        if (fromMain) {
+            MainQueue::dispatchMainAsync(work);
+        } else {
+            QThreadPool::globalInstance()->start(work);
+        }
+    });
+}
+
+std::shared_ptr<RemoteProxy> KSConnection::serviceProxy()
+{
+    connect();
+    std::shared_ptr<RemoteProxy> made;
+    std::shared_ptr<RemoteProxy> proxy;
+    {
+        QMutexLocker locker(&m_connectionLock);
+        if (!m_barrierProxy && m_connection) {
+            const std::weak_ptr<KSConnection> weakSelf = weak_from_this();
+            const QString service = m_connection->serviceName();
+            m_barrierProxy =
+                m_connection->remoteObjectProxy([weakSelf, service](const QDBusError& error) {
+                    if (const auto self = weakSelf.lock()) {
+                        self->proxyFailed(error, service);
+                    }
+                });
+            made = m_barrierProxy;
+        }
+        proxy = m_barrierProxy;
+    }
+    if (made) {
+        setupProxy(made);
+    }
+    return proxy;
+}
+
+void KSConnection::setupProxy(const std::shared_ptr<RemoteProxy>& /*proxy*/)
+{
+    const std::weak_ptr<KSConnection> weakSelf = weak_from_this();
+    MainQueue::dispatchMainAsync([weakSelf] {
+        if (const auto self = weakSelf.lock()) {
+            NotificationCenter::defaultCenter().post(kDidConnectNotification, self.get());
+        }
+    });
+}
+
+// On the messaging thread: takes the barrier lock only, never the connection lock.
+void KSConnection::proxyFailed(const QDBusError& dbusError, const QString& service)
+{
+    const Error error = errorFrom(dbusError);
+    QMutexLocker locker(&m_barrierLock);
+    if (m_barrierCondition == kWaiting) {
+        m_proxyError = error;
+        m_barrierCondition = kAnswered;
+        m_barrierChanged.wakeAll();
+    }
+    if (!m_loggedBarrierError) {
+        Logger::log(9, QStringLiteral("message from %1 to %2 failed").arg(m_identifier, service),
+                    error);
+        m_loggedBarrierError = true;
+    }
+}
+
+bool KSConnection::syncReturningError(Error* error)
+{
+    const auto proxy = serviceProxy();
+    QMutexLocker locker(&m_barrierLock);
+    while (m_barrierCondition != kIdle) {
+        m_barrierChanged.wait(&m_barrierLock);
+    }
+    if (!proxy) {
+        if (error != nullptr) {
+            *error = Error(kCocoaErrorDomain, kConnectionInvalid);
+        }
+        return false;
+    }
+    const std::weak_ptr<KSConnection> weakSelf = weak_from_this();
+    m_barrierCondition = kWaiting;
+    proxy->call(kBarrierInterface, kBarrierMember, {}, [weakSelf](const QDBusMessage&) {
+        if (const auto self = weakSelf.lock()) {
+            QMutexLocker barrier(&self->m_barrierLock);
+            self->m_barrierCondition = kAnswered;
+            self->m_barrierChanged.wakeAll();
+        }
+    });
+    while (m_barrierCondition != kAnswered) {
+        m_barrierChanged.wait(&m_barrierLock);
+    }
+    const std::optional<Error> failure = std::exchange(m_proxyError, std::nullopt);
+    if (!failure) {
+        m_loggedBarrierError = false;
+    }
+    m_barrierCondition = kIdle;
+    m_barrierChanged.wakeAll();
+    if (failure && error != nullptr) {
+        *error = *failure;
+    }
+    return !failure;
+}
+
+bool KSConnection::ping()
+{
+    return syncReturningError(nullptr);
+}
+
+bool KSConnection::performSynchronousBlock(const std::function<void(const RemoteProxy&)>& block,
+                                           Error* error)
+{
+    const auto proxy = serviceProxy();
+    if (!proxy) {
+        if (error != nullptr) {
+            *error = Error(kCocoaErrorDomain, kConnectionInvalid);
+        }
+        return false;
+    }
+    block(*proxy);
+    return syncReturningError(error);
+}
+
+void KSConnection::disconnect()
+{
+    disconnect(nullptr);
+}
+
+bool KSConnection::disconnect(const Candidate& candidate)
+{
+    QMutexLocker locker(&m_connectionLock);
+    if (candidate && candidate != m_connection) {
+        return false;
+    }
+    m_barrierProxy.reset();
+    if (!m_connection) {
+        return false;
+    }
+    Logger::log(9, QStringLiteral("%1 invalidating connection (%2)")
+                       .arg(QStringLiteral("-[KSConnection disconnect:]"), m_identifier));
+    locker.unlock();
+    disconnectInternal();
+    locker.relock();
+    if (m_connection) {
+        m_connection->setInvalidationHandler(nullptr);
+        m_connection->invalidate();
+        m_connection.reset();
+    }
+    return true;
+}
+
+void KSConnection::disconnectInternal() {}
+
+std::shared_ptr<KSPublishedConnection>
+KSConnection::connectionWithPublishedName(const QString& name, quint64 options,
+                                          const QString& protocol)
+{
+    auto connection = std::make_shared<KSPublishedConnection>(name, options, protocol);
+    return connection;
+}
+
+std::shared_ptr<KSPublishedConnection> KSConnection::monitorConnection()
+{
+    static const auto connection =
+        connectionWithPublishedName(kProductIdentifierPrefix + QStringLiteral(".monitor"), 0,
+                                    QStringLiteral("StromMonitoring"));
+    return connection;
+}
+
+std::shared_ptr<RemoteProxy> KSConnection::monitor()
+{
+    return monitorConnection()->serviceProxy();
+}
+
+std::shared_ptr<KSPublishedConnection> KSConnection::schedulerConnection()
+{
+    static const auto connection =
+        connectionWithPublishedName(kProductIdentifierPrefix + QStringLiteral(".scheduler"), 0,
+                                    QStringLiteral("StromScheduling"));
+    return connection;
+}
+
+std::shared_ptr<RemoteProxy> KSConnection::scheduler()
+{
+    return schedulerConnection()->serviceProxy();
+}
+
+std::shared_ptr<RemoteProxy> KSConnection::switchboard()
+{
+    return switchboardConnection()->serviceProxy();
+}

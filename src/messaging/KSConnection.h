@@ -1,0 +1,101 @@
+#pragma once
+
+#include "errors/Error.h"
+#include "messaging/PlatformConnection.h"
+#include "messaging/RemoteProxy.h"
+
+#include <QMutex>
+#include <QWaitCondition>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+class KSPublishedConnection;
+class KSSwitchboardConnection;
+
+// The client side of every conversation: made on first use, verified before use, and made
+// again after a loss, so callers simply ask for the proxy each time. Never connect on the
+// messaging thread: verification waits for replies that arrive there.
+class KSConnection : public std::enable_shared_from_this<KSConnection>
+{
+public:
+    using InvalidationHandler = std::function<void()>;
+    using Candidate = std::shared_ptr<PlatformConnection>;
+
+    static inline const QString kProductIdentifierPrefix = QStringLiteral("com.kestrom");
+    static inline const QString kDidConnectNotification = QStringLiteral("KSConnectionDidConnect");
+    static inline const QString kCocoaErrorDomain = QStringLiteral("NSCocoaErrorDomain");
+    static inline const QString kDBusErrorDomain = QStringLiteral("DBus");
+    static constexpr qint64 kConnectionInvalid = 4099;
+
+    KSConnection(quint64 options, QString protocol);
+    virtual ~KSConnection();
+    KSConnection(const KSConnection&) = delete;
+    KSConnection& operator=(const KSConnection&) = delete;
+
+    // None when no connection could be made.
+    std::shared_ptr<RemoteProxy> serviceProxy();
+    const QString& serviceInterface() const { return m_protocol; }
+    QString identifier() const;
+    bool connected() const;
+    bool verifyConnection() const { return m_verifyConnection; }
+    void setVerifyConnection(bool verify) { m_verifyConnection = verify; }
+    void setInvalidationHandler(InvalidationHandler handler);
+
+    void connect();
+    void disconnect();
+    // Whether the candidate was the current connection and was dropped.
+    bool disconnect(const Candidate& candidate);
+
+    // True when every message sent before it has been handled by the other side.
+    bool syncReturningError(Error* error = nullptr);
+    bool ping();
+    bool performSynchronousBlock(const std::function<void(const RemoteProxy& proxy)>& block,
+                                 Error* error = nullptr);
+
+    static std::shared_ptr<KSPublishedConnection> monitorConnection();
+    static std::shared_ptr<RemoteProxy> monitor();
+    static std::shared_ptr<KSPublishedConnection> schedulerConnection();
+    static std::shared_ptr<RemoteProxy> scheduler();
+    static std::shared_ptr<KSSwitchboardConnection> switchboardConnection();
+    static std::shared_ptr<RemoteProxy> switchboard();
+    static std::shared_ptr<KSPublishedConnection>
+    connectionWithPublishedName(const QString& name, quint64 options, const QString& protocol);
+
+    static Error errorFrom(const QDBusError& error);
+
+protected:
+    virtual std::vector<Candidate> makeConnections();
+    virtual Candidate makeConnection();
+    // A new proxy was made from a new connection.
+    virtual void setupProxy(const std::shared_ptr<RemoteProxy>& proxy);
+    virtual void disconnectInternal();
+    // Constructors only: read without a lock afterwards.
+    void setIdentifier(QString identifier);
+    Candidate currentConnection() const;
+    quint64 options() const { return m_options; }
+
+private:
+    bool verify(const Candidate& candidate, Error* error);
+    void accept(const Candidate& candidate);
+    void proxyFailed(const QDBusError& error, const QString& service);
+
+    Candidate m_connection;
+    quint64 m_options;
+    QString m_protocol;
+    mutable QMutex m_connectionLock;
+    std::shared_ptr<RemoteProxy> m_barrierProxy;
+
+    // The barrier: 0 idle, 2 waiting for an answer, 1 answered.
+    QMutex m_barrierLock;
+    QWaitCondition m_barrierChanged;
+    int m_barrierCondition = 0;
+    std::optional<Error> m_proxyError;
+
+    bool m_loggedConnectionError = false;
+    bool m_loggedBarrierError = false;
+    InvalidationHandler m_invalidationHandler;
+    bool m_verifyConnection = true;
+    QString m_identifier;
+};

@@ -1,0 +1,71 @@
+#include "messaging/KSConnectionVendor.h"
+
+#include "foundation/NotificationCenter.h"
+#include "messaging/KSSwitchboardConnection.h"
+#include "messaging/SwitchboardNames.h"
+
+#include <QDBusArgument>
+
+KSConnectionVendor::KSConnectionVendor(std::unique_ptr<AnonymousListener> listener)
+    : m_listener(std::move(listener))
+{}
+
+KSConnectionVendor::~KSConnectionVendor()
+{
+    shutdown();
+}
+
+Endpoint KSConnectionVendor::endpoint() const
+{
+    return m_listener ? m_listener->endpoint() : Endpoint();
+}
+
+void KSConnectionVendor::publishWithName(const QString& name)
+{
+    if (m_reconnectObserver == 0) {
+        const auto switchboard = KSConnection::switchboardConnection();
+        m_reconnectObserver = NotificationCenter::defaultCenter().addObserver(
+            KSConnection::kDidConnectNotification, switchboard.get(),
+            [this](const QString&, const void*, const QVariantMap&) {
+                switchboardDidReconnectNotification();
+            });
+    }
+    m_publishedName = name;
+    sendPublication();
+}
+
+void KSConnectionVendor::sendPublication() const
+{
+    if (const auto proxy = KSConnection::switchboard()) {
+        proxy->send(SwitchboardNames::interfaceName(QStringLiteral("StromSwitchboarding")),
+                    QStringLiteral("publishEndpoint"),
+                    {QVariant::fromValue(endpoint()), m_publishedName});
+    }
+}
+
+void KSConnectionVendor::switchboardDidReconnectNotification()
+{
+    if (!m_publishedName.isEmpty()) {
+        sendPublication();
+    }
+}
+
+void KSConnectionVendor::redact()
+{
+    if (m_publishedName.isEmpty()) {
+        return;
+    }
+    NotificationCenter::defaultCenter().removeObserver(m_reconnectObserver);
+    m_reconnectObserver = 0;
+    const QString name = std::exchange(m_publishedName, QString());
+    if (const auto proxy = KSConnection::switchboard()) {
+        proxy->send(SwitchboardNames::interfaceName(QStringLiteral("StromSwitchboarding")),
+                    QStringLiteral("redactEndpointForIdentifier"), {name});
+    }
+}
+
+void KSConnectionVendor::shutdown()
+{
+    redact();
+    m_listener.reset();
+}

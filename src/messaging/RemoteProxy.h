@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QDBusConnection>
+#include <QDBusError>
+#include <QDBusMessage>
+#include <QString>
+#include <QVariantList>
+#include <functional>
+
+// The sending side of one platform connection: messages to one object of one peer. Replies and
+// errors arrive on the messaging thread. An error of any message sent through the proxy goes to
+// its error handler, and that message's reply handler is not called.
+class RemoteProxy
+{
+public:
+    using ErrorHandler = std::function<void(const QDBusError& error)>;
+    using ReplyHandler = std::function<void(const QDBusMessage& reply)>;
+
+    RemoteProxy(QDBusConnection connection, QString service, QString path,
+                ErrorHandler errorHandler);
+
+    const QString& service() const { return m_service; }
+    const QString& path() const { return m_path; }
+
+    // One-way: sent with no reply expected; never blocks.
+    void send(const QString& interface, const QString& member, const QVariantList& arguments) const;
+    // With a reply; never blocks. A negative timeout is the bus default.
+    void call(const QString& interface, const QString& member, const QVariantList& arguments,
+              ReplyHandler onReply, int timeoutMs = -1) const;
+
+    // The same on any connection, for callers that have no proxy (the hub calling back).
+    static void callAsync(const QDBusConnection& connection, const QDBusMessage& message,
+                          ReplyHandler onReply, ErrorHandler onError, int timeoutMs = -1);
+
+private:
+    QDBusMessage message(const QString& interface, const QString& member,
+                         const QVariantList& arguments) const;
+
+    QDBusConnection m_connection;
+    QString m_service;
+    QString m_path;
+    ErrorHandler m_errorHandler;
+};

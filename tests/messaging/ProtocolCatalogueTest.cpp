@@ -1,0 +1,346 @@
+#include "messaging/ProtocolCatalogue.h"
+
+#include "CommandListenerMessagingProxy.h"
+#include "foundation/KeyedArchive.h"
+#include "foundation/KeyedDecoder.h"
+
+#include <QCborArray>
+#include <QCborMap>
+#include <QCborValue>
+#include <QDBusConnection>
+#include <QDBusContext>
+#include <QDBusMessage>
+#include <QDir>
+#include <QFile>
+#include <QTest>
+#include <QXmlStreamReader>
+#include <gtest/gtest.h>
+
+namespace {
+const QString kFilePrefix = QStringLiteral("com.kestrom.");
+
+QSet<QString> setOf(std::initializer_list<QString> names)
+{
+    return QSet<QString>(names);
+}
+
+// The interface names a file declares, read independently of the catalogue.
+QStringList interfacesIn(const QString& path, QString* error)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        *error = QStringLiteral("cannot open");
+        return {};
+    }
+    QStringList names;
+    QXmlStreamReader reader(&file);
+    while (!reader.atEnd()) {
+        if (reader.readNext() == QXmlStreamReader::StartElement && reader.name() == u"interface") {
+            names.append(reader.attributes().value(QLatin1String("name")).toString());
+        }
+    }
+    if (reader.hasError()) {
+        *error = reader.errorString();
+    }
+    return names;
+}
+
+QStringList interfaceFiles()
+{
+    return QDir(ProtocolCatalogue::resourceFolder())
+        .entryList({QStringLiteral("*.xml")}, QDir::Files, QDir::Name);
+}
+
+// Stands in for the installer's component record, which lives in another program.
+struct TestInstallComponent
+{
+    QString name;
+};
+} // namespace
+
+Q_DECLARE_METATYPE(TestInstallComponent)
+
+TEST(ProtocolCatalogueFiles, EveryFileParsesAndNamesItsInterfaceAfterItself)
+{
+    const QStringList files = interfaceFiles();
+    ASSERT_FALSE(files.isEmpty());
+    for (const QString& file : files) {
+        QString error;
+        const QStringList names =
+            interfacesIn(ProtocolCatalogue::resourceFolder() + QLatin1Char('/') + file, &error);
+        EXPECT_TRUE(error.isEmpty()) << file.toStdString() << ": " << error.toStdString();
+        ASSERT_EQ(names.size(), 1) << file.toStdString();
+        EXPECT_EQ(names.first() + QStringLiteral(".xml"), file);
+    }
+}
+
+TEST(ProtocolCatalogueFiles, EveryProtocolOfTheTreeHasExactlyOneFile)
+{
+    QStringList expected;
+    for (const QString& protocol : ProtocolCatalogue::protocols()) {
+        expected.append(ProtocolCatalogue::interfaceName(protocol) + QStringLiteral(".xml"));
+    }
+    expected.sort();
+    EXPECT_EQ(interfaceFiles(), expected);
+    EXPECT_EQ(ProtocolCatalogue::protocols().size(), 26);
+    // Only the protocol that gathers the component protocols adds nothing of its own.
+    for (const QString& protocol : ProtocolCatalogue::protocols()) {
+        EXPECT_EQ(ProtocolCatalogue::ownMembersOf(protocol).isEmpty(),
+                  protocol == u"KSComponentServing")
+            << protocol.toStdString();
+    }
+}
+
+TEST(ProtocolCatalogueFiles, MembersComeFromTheFiles)
+{
+    EXPECT_EQ(ProtocolCatalogue::ownMembersOf(QStringLiteral("KSComponentMessaging")),
+              QStringList{QStringLiteral("barrierWithCompletion")});
+    EXPECT_TRUE(ProtocolCatalogue::ownMembersOf(QStringLiteral("KSComponentServing")).isEmpty());
+    EXPECT_EQ(ProtocolCatalogue::ownMembersOf(QStringLiteral("CompactCommandMessaging")),
+              (QStringList{QStringLiteral("queryMinimumFreeRatioWithReply"),
+                           QStringLiteral("setMinimumFreeRatio")}));
+    EXPECT_EQ(ProtocolCatalogue::ownMembersOf(QStringLiteral("CommandMessaging")).size(), 34);
+}
+
+TEST(ProtocolCatalogueCommands, NamesOutsideTheTableSpeakThePlainCommandProtocol)
+{
+    EXPECT_EQ(ProtocolCatalogue::protocolForCommandName(QStringLiteral("open")),
+              QStringLiteral("CommandMessaging"));
+    EXPECT_EQ(ProtocolCatalogue::protocolForCommandName(QStringLiteral("Capture")),
+              QStringLiteral("CommandMessaging"));
+    EXPECT_EQ(ProtocolCatalogue::protocolForCommandName(QString()),
+              QStringLiteral("CommandMessaging"));
+}
+
+TEST(ProtocolCatalogueCommands, DeleteAndEraseCrossOver)
+{
+    EXPECT_EQ(ProtocolCatalogue::protocolForCommandName(QStringLiteral("delete")),
+              QStringLiteral("RepositoryCommandMessaging"));
+    EXPECT_EQ(ProtocolCatalogue::protocolForCommandName(QStringLiteral("erase")),
+              QStringLiteral("DeleteItemCommandMessaging"));
+    EXPECT_EQ(ProtocolCatalogue::protocolForCommandName(QStringLiteral("correction")),
+              QStringLiteral("CorrectionCommandMessaging"));
+}
+
+TEST(ProtocolCatalogueCommands, OnlyProxiesWhoseChainAddsAMemberOfferIt)
+{
+    const QString addNode = QStringLiteral("addNodeIdentifiedBy");
+    for (const char* name : {"verify", "reindex", "delete", "open", "capture"}) {
+        const QString protocol =
+            ProtocolCatalogue::protocolForCommandName(QString::fromLatin1(name));
+        EXPECT_FALSE(ProtocolCatalogue::declares(protocol, addNode)) << name;
+    }
+    for (const char* name : {"erase", "restore", "recall", "combine"}) {
+        const QString protocol =
+            ProtocolCatalogue::protocolForCommandName(QString::fromLatin1(name));
+        EXPECT_TRUE(ProtocolCatalogue::declares(protocol, addNode)) << name;
+    }
+    const QString verify = ProtocolCatalogue::protocolForCommandName(QStringLiteral("verify"));
+    EXPECT_TRUE(ProtocolCatalogue::declares(verify, QStringLiteral("setRepositoryRef")));
+    EXPECT_TRUE(ProtocolCatalogue::declares(verify, QStringLiteral("barrierWithCompletion")));
+    EXPECT_FALSE(
+        ProtocolCatalogue::declares(verify, QStringLiteral("setComponentPreferenceValue")));
+    EXPECT_EQ(
+        ProtocolCatalogue::declaringProtocol(QStringLiteral("RecallCommandMessaging"), addNode),
+        QStringLiteral("RestoreCommandMessaging"));
+}
+
+TEST(ProtocolCatalogueTree, RecallReachesEveryAncestorOnceNearestFirst)
+{
+    const QStringList chain = ProtocolCatalogue::chainOf(QStringLiteral("RecallCommandMessaging"));
+    const QStringList expected{
+        QStringLiteral("RecallCommandMessaging"),     QStringLiteral("RestoreCommandMessaging"),
+        QStringLiteral("RepositoryCommandMessaging"), QStringLiteral("CommandMessaging"),
+        QStringLiteral("KSComponentServing"),         QStringLiteral("KSComponentMessaging"),
+        QStringLiteral("KSComponentInstalling")};
+    EXPECT_EQ(chain, expected);
+}
+
+TEST(ProtocolCatalogueTree, SharedAncestorsAppearOnce)
+{
+    const QStringList chain = ProtocolCatalogue::chainOf(QStringLiteral("StromMonitoring"));
+    EXPECT_EQ(chain.size(), 6);
+    EXPECT_EQ(chain.count(QStringLiteral("KSComponentServing")), 1);
+    EXPECT_TRUE(chain.contains(QStringLiteral("CommandListenerServiceProvider")));
+    EXPECT_TRUE(ProtocolCatalogue::declares(QStringLiteral("StromScheduling"),
+                                            QStringLiteral("queryListenerForCommandIdentifier")));
+    EXPECT_EQ(
+        ProtocolCatalogue::chainOf(QStringLiteral("StromSwitchboarding_private")),
+        (QStringList{QStringLiteral("StromSwitchboarding_private"),
+                     QStringLiteral("StromSwitchboarding"), QStringLiteral("KSComponentServing"),
+                     QStringLiteral("KSComponentMessaging"),
+                     QStringLiteral("KSComponentInstalling")}));
+}
+
+TEST(ProtocolCatalogueTree, UnknownProtocolsHaveNoChainAndNoMembers)
+{
+    const QString unknown = QStringLiteral("NoSuchMessaging");
+    EXPECT_TRUE(ProtocolCatalogue::chainOf(unknown).isEmpty());
+    EXPECT_TRUE(ProtocolCatalogue::parentsOf(unknown).isEmpty());
+    EXPECT_FALSE(ProtocolCatalogue::declares(unknown, QStringLiteral("barrierWithCompletion")));
+    EXPECT_EQ(ProtocolCatalogue::interfaceName(QStringLiteral("CommandMessaging")),
+              QStringLiteral("com.kestrom.CommandMessaging"));
+}
+
+TEST(ProtocolCatalogueClasses, ObjectArgumentsAcceptTheirDeclaredClassOnly)
+{
+    EXPECT_EQ(ProtocolCatalogue::allowedClassesFor(QStringLiteral("DeleteItemCommandMessaging"),
+                                                   QStringLiteral("addNodeIdentifiedBy"), 0),
+              setOf({QStringLiteral("FullyQualifiedIdentifier")}));
+    EXPECT_EQ(ProtocolCatalogue::allowedClassesFor(QStringLiteral("MergeCommandMessaging"),
+                                                   QStringLiteral("setRetainDeletedItemsDate"), 0),
+              setOf({KeyedArchive::kDate}));
+    EXPECT_EQ(ProtocolCatalogue::allowedClassesFor(QStringLiteral("RecallCommandMessaging"),
+                                                   QStringLiteral("setRepositoryRef"), 0),
+              setOf({QStringLiteral("RepositoryReference")}));
+    EXPECT_EQ(ProtocolCatalogue::allowedClassesFor(
+                  QStringLiteral("StromMonitoring"),
+                  QStringLiteral("queryListenerForCommandIdentifier"), 1),
+              setOf({KeyedArchive::kDictionary}));
+    // Plain values, missing arguments and members the chain lacks accept no archive.
+    EXPECT_TRUE(ProtocolCatalogue::allowedClassesFor(QStringLiteral("DumpCommandMessaging"),
+                                                     QStringLiteral("setDumpFlags"), 1)
+                    .isEmpty());
+    EXPECT_TRUE(ProtocolCatalogue::allowedClassesFor(QStringLiteral("DeleteItemCommandMessaging"),
+                                                     QStringLiteral("addNodeIdentifiedBy"), 1)
+                    .isEmpty());
+    EXPECT_TRUE(ProtocolCatalogue::allowedClassesFor(QStringLiteral("RepositoryCommandMessaging"),
+                                                     QStringLiteral("addNodeIdentifiedBy"), 0)
+                    .isEmpty());
+}
+
+TEST(ProtocolCatalogueClasses, InstallParametersAcceptInstallerClassesOnlyOnceKnown)
+{
+    const QString protocol = ProtocolCatalogue::protocolForCommandName(QStringLiteral("install"));
+    const QString member = QStringLiteral("setInstallParameters");
+    const QString component = QStringLiteral("InstallComponent");
+    ASSERT_FALSE(KeyedArchive::isRegisteredClass(component));
+
+    const QSet<QString> before = ProtocolCatalogue::allowedClassesFor(protocol, member, 0);
+    EXPECT_FALSE(before.contains(component));
+    EXPECT_FALSE(before.contains(QStringLiteral("ActionPowerRequest")));
+    EXPECT_TRUE(before.contains(KeyedArchive::kDictionary));
+    EXPECT_TRUE(before.contains(KeyedArchive::kArray));
+    EXPECT_TRUE(before.contains(KeyedArchive::kString));
+    EXPECT_TRUE(before.contains(KeyedArchive::kNumber));
+    EXPECT_FALSE(before.contains(KeyedArchive::kData));
+
+    // What a peer sends: {"component": InstallComponent{"name": "helper"}}.
+    const QByteArray parameters =
+        QCborValue(
+            QCborMap{{QStringLiteral("component"),
+                      QCborValue(QCborTag(27),
+                                 QCborArray{component, QCborMap{{QStringLiteral("name"),
+                                                                 QStringLiteral("helper")}}})}})
+            .toCbor();
+    EXPECT_ANY_THROW(KeyedArchive::unarchivedObject(parameters, before));
+
+    KeyedArchive::registerClass<TestInstallComponent>(
+        component,
+        [](const QVariant& object) {
+            return QVariantMap{{QStringLiteral("name"), object.value<TestInstallComponent>().name}};
+        },
+        [](const KeyedDecoder& coder) {
+            return QVariant::fromValue(TestInstallComponent{
+                coder.decodeStringObject(QStringLiteral("name")).value_or(QString())});
+        });
+    const QSet<QString> after = ProtocolCatalogue::allowedClassesFor(protocol, member, 0);
+    EXPECT_EQ(after, before + setOf({component}));
+    const QVariantMap decoded = KeyedArchive::unarchivedObject(parameters, after).toMap();
+    EXPECT_EQ(decoded.value(QStringLiteral("component")).value<TestInstallComponent>().name,
+              QStringLiteral("helper"));
+}
+
+TEST(ProtocolCatalogueClasses, RunSummariesMayHoldTextAndKnownSummaries)
+{
+    const QString scheduler = QStringLiteral("StromScheduling");
+    const QString member = QStringLiteral("queryRunSummariesWithReply");
+    const QSet<QString> classes = ProtocolCatalogue::allowedReplyClassesFor(scheduler, member, 0);
+    EXPECT_TRUE(classes.contains(KeyedArchive::kDictionary));
+    EXPECT_TRUE(classes.contains(KeyedArchive::kString));
+    EXPECT_EQ(classes.contains(QStringLiteral("ActionRunSummary")),
+              KeyedArchive::isRegisteredClass(QStringLiteral("ActionRunSummary")));
+    EXPECT_EQ(ProtocolCatalogue::allowedReplyClassesFor(
+                  scheduler, QStringLiteral("queryNextScheduledActionInfoWithReply"), 0),
+              setOf({KeyedArchive::kDictionary}));
+}
+
+TEST(ProtocolCatalogueClasses, TheListenerTravelsAsAProxy)
+{
+    const QString member = QStringLiteral("queryListenerForCommandIdentifier");
+    for (const char* protocol : {"StromMonitoring", "StromScheduling"}) {
+        EXPECT_EQ(
+            ProtocolCatalogue::proxyProtocolForReply(QString::fromLatin1(protocol), member, 0),
+            QStringLiteral("CommandListenerMessaging"));
+        EXPECT_TRUE(
+            ProtocolCatalogue::proxyProtocolForReply(QString::fromLatin1(protocol), member, 1)
+                .isEmpty());
+    }
+    EXPECT_TRUE(
+        ProtocolCatalogue::proxyProtocolForReply(QStringLiteral("StromSwitchboarding"),
+                                                 QStringLiteral("queryEndpointForIdentifier"), 0)
+            .isEmpty());
+}
+
+namespace {
+// Served directly, so that the call's own message can be inspected.
+class RecordingListener : public QObject, protected QDBusContext
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "com.kestrom.CommandListenerMessaging")
+
+public:
+    int started = 0;
+    int probes = 0;
+    bool startedWantedReply = true;
+    bool probeWantedReply = false;
+
+public Q_SLOTS:
+    void commandStarted()
+    {
+        ++started;
+        startedWantedReply = message().isReplyRequired();
+    }
+    void doNothingButReply()
+    {
+        ++probes;
+        probeWantedReply = message().isReplyRequired();
+    }
+};
+} // namespace
+
+TEST(ProtocolCatalogueProxies, OneWayMembersAreSentWithoutAwaitingAReply)
+{
+    if (qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS")) {
+        GTEST_SKIP() << "needs a session bus";
+    }
+    QDBusConnection server = QDBusConnection::connectToBus(QDBusConnection::SessionBus,
+                                                           QStringLiteral("catalogue-server"));
+    QDBusConnection client = QDBusConnection::connectToBus(QDBusConnection::SessionBus,
+                                                           QStringLiteral("catalogue-client"));
+    ASSERT_TRUE(server.isConnected());
+    ASSERT_TRUE(client.isConnected());
+    RecordingListener listener;
+    ASSERT_TRUE(server.registerObject(QStringLiteral("/listener"), &listener,
+                                      QDBusConnection::ExportAllSlots));
+
+    CommandListenerMessagingProxy proxy(server.baseService(), QStringLiteral("/listener"), client);
+    // The listener is served on this very thread: a call that waited for its reply could not
+    // return before the listener ran.
+    proxy.commandStarted();
+    EXPECT_EQ(listener.started, 0);
+    ASSERT_TRUE(QTest::qWaitFor([&listener] { return listener.started == 1; }));
+    EXPECT_FALSE(listener.startedWantedReply);
+
+    QDBusPendingReply<> probe = proxy.doNothingButReply();
+    ASSERT_TRUE(QTest::qWaitFor([&probe] { return probe.isFinished(); }));
+    EXPECT_FALSE(probe.isError()) << probe.error().message().toStdString();
+    EXPECT_EQ(listener.probes, 1);
+    EXPECT_TRUE(listener.probeWantedReply);
+
+    server.unregisterObject(QStringLiteral("/listener"));
+    QDBusConnection::disconnectFromBus(QStringLiteral("catalogue-client"));
+    QDBusConnection::disconnectFromBus(QStringLiteral("catalogue-server"));
+}
+
+#include "ProtocolCatalogueTest.moc"
