@@ -277,3 +277,30 @@ TEST_F(SwitchboardTest, CommandLinePeerLooksUpAndWatches)
     EXPECT_TRUE(watcher->stop(SIGINT));
     EXPECT_EQ(watcher->exitCode(), 0);
 }
+
+TEST_F(SwitchboardTest, OnlyTheCurrentConnectionsLossCallsTheInvalidationHandler)
+{
+    auto first = ctl({QStringLiteral("serve"), QStringLiteral("test.swap")});
+    ASSERT_TRUE(first->waitForOutput(QStringLiteral("serving")));
+    const auto old = waitForEndpoint(QStringLiteral("test.swap"), true);
+    ASSERT_TRUE(old.has_value());
+    const auto connection = KSConnection::connectionWithPublishedName(
+        QStringLiteral("test.swap"), 0, QStringLiteral("KSComponentServing"));
+    std::atomic<int> lost{0};
+    connection->setInvalidationHandler([&lost] { ++lost; });
+    ASSERT_TRUE(connection->ping());
+
+    connection->disconnect();
+    auto second = ctl({QStringLiteral("serve"), QStringLiteral("test.swap")});
+    ASSERT_TRUE(second->waitForOutput(QStringLiteral("serving")));
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] { return KSPublishedConnection::lookUpEndpoint(QStringLiteral("test.swap")) != old; },
+        30000));
+    ASSERT_TRUE(connection->ping());
+
+    ASSERT_TRUE(first->stop(SIGKILL));  // the old candidate's peer goes first...
+    ASSERT_TRUE(second->stop(SIGKILL)); // ...then the current one's
+    ASSERT_TRUE(QTest::qWaitFor([&] { return lost >= 1; }, 30000));
+    EXPECT_FALSE(connection->connected());
+    EXPECT_EQ(lost, 1);
+}
