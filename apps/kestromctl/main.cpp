@@ -1,5 +1,6 @@
 // kestromctl: the product's command-line peer. It speaks to the switchboard and the monitor as
 // the product's own processes do.
+#include "CommandVerb.h"
 #include "SwitchboardVerbs.h"
 #include "logging/Logger.h"
 
@@ -12,7 +13,7 @@ constexpr quint64 kApplicationCode = 7;
 int usage(FILE* stream, int status)
 {
     std::fprintf(stream, "usage: kestromctl VERB [ARGS...]   (VERB --help for details)\n%s",
-                 SwitchboardVerbs::usage().toLocal8Bit().constData());
+                 (SwitchboardVerbs::usage() + CommandVerb::usage()).toLocal8Bit().constData());
     return status;
 }
 } // namespace
@@ -29,6 +30,9 @@ int main(int argc, char** argv)
     const QString verb = arguments.takeFirst();
     if (verb == QStringLiteral("--help") || verb == QStringLiteral("-h")) {
         return usage(stdout, 0);
+    }
+    if (verb == QStringLiteral("command")) {
+        return CommandVerb::run(arguments);
     }
     if (SwitchboardVerbs::handles(verb)) {
         return SwitchboardVerbs::run(verb, arguments);

@@ -3,6 +3,8 @@
 #include "foundation/KeyedArchive.h"
 #include "foundation/KeyedDecoder.h"
 
+#include <QObject>
+
 Error::Error(QString domain, qint64 code, QVariantMap userInfo)
     : m_domain(std::move(domain))
     , m_code(code)
@@ -22,6 +24,21 @@ QString Error::localizedFailureReason() const
 QString Error::failingURLString() const
 {
     return m_userInfo.value(kFailingURLStringKey).toString();
+}
+
+QString Error::localizedRecoverySuggestion() const
+{
+    return m_userInfo.value(kLocalizedRecoverySuggestionKey).toString();
+}
+
+QStringList Error::localizedRecoveryOptions() const
+{
+    return m_userInfo.value(kLocalizedRecoveryOptionsKey).toStringList();
+}
+
+QObject* Error::recoveryAttempter() const
+{
+    return m_userInfo.value(kRecoveryAttempterKey).value<QObject*>();
 }
 
 QString Error::description() const

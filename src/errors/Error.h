@@ -2,10 +2,14 @@
 
 #include <QMetaType>
 #include <QString>
+#include <QStringList>
 #include <QVariantMap>
 
+class QObject;
+
 // A platform error object: a domain, a code and a user info dictionary with the localized
-// texts. Failures reported this way by a library are folded into a KSException.
+// texts. Failures reported this way by a library are folded into a KSException; an alert can
+// also be handed on as one, with its buttons as recovery options.
 class Error
 {
 public:
@@ -17,6 +21,13 @@ public:
     static inline const QString kLocalizedFailureReasonKey =
         QStringLiteral("LocalizedFailureReason");
     static inline const QString kFailingURLStringKey = QStringLiteral("FailingURLString");
+    static inline const QString kLocalizedRecoverySuggestionKey =
+        QStringLiteral("LocalizedRecoverySuggestion");
+    // Button titles, in the order the buttons appear.
+    static inline const QString kLocalizedRecoveryOptionsKey =
+        QStringLiteral("LocalizedRecoveryOptions");
+    // A QObject that acts on the chosen option; it is the presenter's to define how.
+    static inline const QString kRecoveryAttempterKey = QStringLiteral("RecoveryAttempter");
 
     Error() = default;
     Error(QString domain, qint64 code, QVariantMap userInfo = {});
@@ -27,6 +38,9 @@ public:
     QString localizedDescription() const;
     QString localizedFailureReason() const;
     QString failingURLString() const;
+    QString localizedRecoverySuggestion() const;
+    QStringList localizedRecoveryOptions() const;
+    QObject* recoveryAttempter() const;
     QString description() const;
 
     bool operator==(const Error& other) const = default;

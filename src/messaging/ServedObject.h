@@ -2,6 +2,8 @@
 
 #include <QDBusContext>
 #include <QObject>
+#include <QVariantList>
+#include <functional>
 
 // Base of every object this process serves to peers: it answers the barrier, and, being a
 // D-Bus context, can see the message it is handling (its sender, for delayed replies).
@@ -12,5 +14,17 @@ public:
     explicit ServedObject(QObject* parent = nullptr);
 
     // The reply itself is the answer: every earlier message of the caller has been handled.
-    Q_INVOKABLE void barrierWithCompletion() {}
+    // An object that hands its work to the main thread answers from there, behind that work.
+    Q_INVOKABLE void barrierWithCompletion();
+
+protected:
+    void setAnswersBarrierOnMainThread(bool onMainThread) { m_barrierOnMainThread = onMainThread; }
+
+    // Answers the call being handled once the main thread has done the work, without this
+    // thread waiting for it: the reply carries the values the work returns. Call it from an
+    // incoming call only; the caller's own return value is then ignored.
+    void replyFromMainThread(std::function<QVariantList()> work);
+
+private:
+    bool m_barrierOnMainThread = false;
 };

@@ -1,0 +1,69 @@
+// kestrom-monitor: the per-user activity monitor of the product.
+#include "MonitorApplicationDelegate.h"
+#include "errors/ContextualAlertInfo.h"
+#include "foundation/MainQueue.h"
+#include "logging/Logger.h"
+#include "messaging/ActionRunSummary.h"
+#include "platform/UnixSignalWatcher.h"
+#include "tracking/CommandInfo.h"
+#include "tracking/CommandListenerService.h"
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <csignal>
+#include <cstdlib>
+
+namespace {
+constexpr quint64 kApplicationCode = 4;
+
+void applyOptions(const QApplication& app)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral("Kestrom Activity Monitor"));
+    parser.addHelpOption();
+    const QCommandLineOption cull(QStringLiteral("cull-interval"),
+                                  QStringLiteral("Seconds between checks for silent commands "
+                                                 "(default 121)."),
+                                  QStringLiteral("seconds"));
+    parser.addOption(cull);
+    parser.process(app);
+    if (parser.isSet(cull)) {
+        const double seconds = parser.value(cull).toDouble();
+        if (seconds > 0) {
+            CommandListenerService::setCullInterval(
+                std::chrono::milliseconds(qint64(seconds * 1000)));
+        }
+    }
+}
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("kestrom-monitor"));
+    QApplication::setApplicationDisplayName(QStringLiteral("Kestrom Activity Monitor"));
+    QApplication::setQuitOnLastWindowClosed(false);
+    Logger::setApplicationCode(kApplicationCode);
+    applyOptions(app);
+
+    // Alerts name commands as the command table does; scheduler replies may carry summaries.
+    ContextualAlertInfo::setCommandNamer(&CommandInfo::humanReadableNameForCommandName);
+    ActionRunSummary::registerArchivableClass();
+    MonitorApplicationDelegate::initializeClass();
+    MonitorApplicationDelegate delegate({});
+    MainQueue::dispatchMainAsync([&delegate] { delegate.applicationDidFinishLaunching(); });
+
+    UnixSignalWatcher stopSignals({SIGTERM, SIGINT});
+    QObject::connect(&stopSignals, &UnixSignalWatcher::unixSignal, &app, [&delegate] {
+        if (const auto status = delegate.applicationShouldTerminate()) {
+            delegate.applicationWillTerminate();
+            QApplication::exit(*status);
+        }
+    });
+    const int status = QApplication::exec();
+    // A quit that was not a log-out, restart or shut-down always ends with 75.
+    if (!delegate.terminateCleanly()) {
+        std::_Exit(MonitorApplicationDelegate::kAbnormalExit);
+    }
+    return status;
+}

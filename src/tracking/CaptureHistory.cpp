@@ -1,0 +1,3 @@
+#include "tracking/CaptureHistory.h"
+
+CaptureHistory::~CaptureHistory() = default;

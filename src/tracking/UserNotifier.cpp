@@ -1,0 +1,3 @@
+#include "tracking/UserNotifier.h"
+
+UserNotifier::~UserNotifier() = default;

@@ -1,0 +1,124 @@
+#pragma once
+
+#include "messaging/ServedObject.h"
+
+#include <QByteArray>
+#include <QDBusAbstractAdaptor>
+#include <QHash>
+#include <QMutex>
+#include <QStringList>
+
+// A repository command as the progress managers question it: what it is, which action it
+// belongs to, the archive it works on and its live state. Its answers are set by the test;
+// every message it receives is counted by member. It lives on a peer thread, so what the test
+// sets is locked.
+class FakeProgressCommand : public ServedObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "com.kestrom.CommandMessaging")
+
+public:
+    struct Answers
+    {
+        QString name = QStringLiteral("capture");
+        QString displayDescription = QStringLiteral("Nightly capture");
+        QString actionUUID = QStringLiteral("6F1C2A40-action");
+        bool supportsRepositoryRef = true;
+        QByteArray repositoryRef = QByteArrayLiteral("archived reference");
+        bool canCancel = false;
+        bool isHeld = false;
+        bool isPaused = false;
+        bool canPause = false;
+    };
+
+    FakeProgressCommand();
+
+    void setAnswers(const Answers& answers)
+    {
+        QMutexLocker locker(&m_mutex);
+        m_answers = answers;
+    }
+    Answers answers() const
+    {
+        QMutexLocker locker(&m_mutex);
+        return m_answers;
+    }
+    int count(const QString& member) const
+    {
+        QMutexLocker locker(&m_mutex);
+        return m_counts.value(member);
+    }
+    QStringList calls() const
+    {
+        QMutexLocker locker(&m_mutex);
+        return m_calls;
+    }
+
+public Q_SLOTS:
+    QString queryNameWithReply() { return answer(u"queryNameWithReply").name; }
+    QString queryDisplayDescriptionWithReply()
+    {
+        return answer(u"queryDisplayDescriptionWithReply").displayDescription;
+    }
+    QString queryActionUUIDWithReply() { return answer(u"queryActionUUIDWithReply").actionUUID; }
+    bool querySupportsProperty(const QString& property)
+    {
+        return property == QStringLiteral("repositoryRef") &&
+               answer(u"querySupportsProperty").supportsRepositoryRef;
+    }
+    bool queryCanCancelWithReply() { return answer(u"queryCanCancelWithReply").canCancel; }
+    bool queryIsHeldWithReply() { return answer(u"queryIsHeldWithReply").isHeld; }
+    bool queryIsPausedWithReply() { return answer(u"queryIsPausedWithReply").isPaused; }
+    bool queryCanPauseWithReply() { return answer(u"queryCanPauseWithReply").canPause; }
+    QByteArray queryRepositoryRefWithReply()
+    {
+        return answer(u"queryRepositoryRefWithReply").repositoryRef;
+    }
+    Q_NOREPLY void run() { answer(u"run"); }
+    Q_NOREPLY void addListenerToPublishedService(const QString&)
+    {
+        answer(u"addListenerToPublishedService");
+    }
+    Q_NOREPLY void removeListenerWithIdentifier(const QString&)
+    {
+        answer(u"removeListenerWithIdentifier");
+    }
+
+private:
+    Answers answer(QStringView member)
+    {
+        QMutexLocker locker(&m_mutex);
+        ++m_counts[member.toString()];
+        m_calls.append(member.toString());
+        return m_answers;
+    }
+
+    mutable QMutex m_mutex;
+    Answers m_answers;
+    QHash<QString, int> m_counts;
+    QStringList m_calls;
+};
+
+// The repository protocol's member, which travels on its own interface.
+class FakeRepositoryCommandAdaptor : public QDBusAbstractAdaptor
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "com.kestrom.RepositoryCommandMessaging")
+
+public:
+    explicit FakeRepositoryCommandAdaptor(FakeProgressCommand* command)
+        : QDBusAbstractAdaptor(command)
+        , m_command(command)
+    {}
+
+public Q_SLOTS:
+    QByteArray queryRepositoryRefWithReply() { return m_command->queryRepositoryRefWithReply(); }
+
+private:
+    FakeProgressCommand* m_command;
+};
+
+inline FakeProgressCommand::FakeProgressCommand()
+{
+    new FakeRepositoryCommandAdaptor(this);
+}

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "logging/Logger.h"
+
+#include <QList>
+#include <QMutex>
+#include <memory>
+
+// The default logger for one test: it keeps every line (from any thread) with its class and the
+// line it was attached to, and writes nothing.
+class RecordingLogger : public Logger
+{
+public:
+    struct Line
+    {
+        int classification;
+        QString message;
+        LogLine line;
+        LogLine parent;
+    };
+
+    static std::shared_ptr<RecordingLogger> install()
+    {
+        auto logger = std::make_shared<RecordingLogger>();
+        Logger::setDefaultLogger(logger);
+        return logger;
+    }
+
+    LogLine logLine(int classification, const LogLine& inLine, const QString& message) override
+    {
+        const LogLine line = Logger::logLine(classification, inLine, message);
+        QMutexLocker locker(&m_mutex);
+        m_lines.append({classification, message, line, inLine});
+        return line;
+    }
+
+    std::optional<QByteArray> formatMessage(const QString& /*message*/, const LogLine& /*line*/,
+                                            int /*classification*/,
+                                            const QString& /*classString*/) override
+    {
+        return std::nullopt;
+    }
+
+    QList<Line> lines() const
+    {
+        QMutexLocker locker(&m_mutex);
+        return m_lines;
+    }
+
+    QList<Line> linesContaining(const QString& text) const
+    {
+        QList<Line> found;
+        for (const Line& line : lines()) {
+            if (line.message.contains(text)) {
+                found.append(line);
+            }
+        }
+        return found;
+    }
+
+    // The lines written under the given one.
+    QList<Line> childrenOf(const LogLine& parent) const
+    {
+        QList<Line> found;
+        for (const Line& line : lines()) {
+            if (line.parent && parent && sameLine(line.parent, parent)) {
+                found.append(line);
+            }
+        }
+        return found;
+    }
+
+private:
+    mutable QMutex m_mutex;
+    QList<Line> m_lines;
+};
