@@ -69,7 +69,9 @@ void ActionRunSummary::registerArchivableClass()
                 ActionRunSummary(coder.decodeDateObject(kStartKey).value_or(QDateTime()),
                                  coder.decodeStringObject(kHoldKey)));
         });
-    QMetaType::registerConverter<ActionRunSummary, QString>(&ActionRunSummary::description);
+    if (!QMetaType::hasRegisteredConverterFunction<ActionRunSummary, QString>()) {
+        QMetaType::registerConverter<ActionRunSummary, QString>(&ActionRunSummary::description);
+    }
 }
 
 namespace {
