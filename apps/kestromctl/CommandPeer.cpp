@@ -1,6 +1,7 @@
 #include "CommandPeer.h"
 
 #include "CommandPeerServer.h"
+#include "MessageFlood.h"
 #include "errors/KSException.h"
 #include "foundation/KeyedArchive.h"
 #include "messaging/KSConnectionServiceSingleton.h"
@@ -59,7 +60,8 @@ CommandPeer::~CommandPeer() = default;
 QStringList CommandPeer::scenarios()
 {
     return {QStringLiteral("success"), QStringLiteral("fail"), QStringLiteral("pause"),
-            QStringLiteral("wait"),    QStringLiteral("keys"), QStringLiteral("hang")};
+            QStringLiteral("wait"),    QStringLiteral("keys"), QStringLiteral("hang"),
+            QStringLiteral("flood")};
 }
 
 int CommandPeer::exec()
@@ -78,6 +80,13 @@ int CommandPeer::exec()
     m_clock.start();
     m_listener->send(kListenerInterface, QStringLiteral("commandStarted"), {});
     say(QStringLiteral("%1 %2 started").arg(m_options.name, m_options.identifier));
+    if (m_options.scenario == QStringLiteral("flood")) {
+        const auto result =
+            MessageFlood::run(*m_listener, kListenerInterface, QStringLiteral("progressUpdate"),
+                              {archive(progressFor(1))}, m_options.steps);
+        say(MessageFlood::describe(QStringLiteral("progress to the monitor"), result));
+        m_step = m_options.steps;
+    }
     m_timer.start();
     return QCoreApplication::exec() == 0 ? m_exitStatus : 1;
 }

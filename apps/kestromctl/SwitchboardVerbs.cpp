@@ -1,5 +1,6 @@
 #include "SwitchboardVerbs.h"
 
+#include "MessageFlood.h"
 #include "foundation/ValueDescription.h"
 #include "messaging/KSConnectionServiceSingleton.h"
 #include "messaging/KSPublishedConnection.h"
@@ -197,6 +198,37 @@ int serve(const QStringList& arguments)
               .arg(vendor.publishedName(), vendor.endpoint().description()));
     return runUntilSignalled();
 }
+int blast(const QStringList& arguments)
+{
+    QCommandLineParser parser;
+    parser.addPositionalArgument(QStringLiteral("name"), QStringLiteral("Published name."));
+    const QCommandLineOption count(QStringLiteral("messages"), QStringLiteral("How many."),
+                                   QStringLiteral("n"), QStringLiteral("20000"));
+    parser.addOption(count);
+    int status = 0;
+    if (!parse(parser, QStringLiteral("blast"), arguments,
+               QStringLiteral("Sends bare one-way calls to a served object as fast as it can, "
+                              "as a yardstick for the progress path."),
+               &status)) {
+        return status;
+    }
+    if (parser.positionalArguments().size() != 1) {
+        complain(QStringLiteral("blast needs exactly one published name"));
+        return 2;
+    }
+    const auto target = KSConnection::connectionWithPublishedName(
+        parser.positionalArguments().constFirst(), 0, QStringLiteral("KSComponentServing"));
+    const auto proxy = target->serviceProxy();
+    if (!proxy) {
+        complain(QStringLiteral("nothing is published under that name"));
+        return 1;
+    }
+    const auto result =
+        MessageFlood::run(*proxy, QStringLiteral("com.kestrom.KSComponentMessaging"),
+                          QStringLiteral("barrierWithCompletion"), {}, parser.value(count).toInt());
+    print(MessageFlood::describe(QStringLiteral("bare one-way calls"), result));
+    return result.complete ? 0 : 1;
+}
 } // namespace
 
 bool SwitchboardVerbs::handles(const QString& verb)
@@ -218,6 +250,9 @@ int SwitchboardVerbs::run(const QString& verb, const QStringList& arguments)
     if (verb == QStringLiteral("ping")) {
         return ping(arguments);
     }
+    if (verb == QStringLiteral("blast")) {
+        return blast(arguments);
+    }
     return serve(arguments);
 }
 
@@ -229,5 +264,6 @@ QString SwitchboardVerbs::usage()
         "  lookup ID                                    print the endpoint published under ID\n"
         "  ping                                         round trip to the switchboard\n"
         "  serve NAME                                   publish a served object until "
-        "interrupted\n");
+        "interrupted\n"
+        "  blast NAME [--messages N]                    one-way calls as fast as possible\n");
 }

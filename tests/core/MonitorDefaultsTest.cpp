@@ -107,16 +107,11 @@ TEST_F(MonitorDefaultsRegistration, AStoredValueWinsAndItsRemovalRestoresTheRegi
     EXPECT_FALSE(monitorFile().contains(MonitorDefaults::kShowMonitorOnStart));
     EXPECT_TRUE(PropertyList::isEqual(
         monitorFile().value(MonitorDefaults::kStatusCaptureWarningIntervals), qint64(5)));
-}
-
-TEST_F(MonitorDefaultsRegistration, AStoredValueThatDoesNotConvertReadsAsRegistered)
-{
-    Launch launch(folder());
-    launch.defaults.setObject(QStringLiteral("lots"),
-                              MonitorDefaults::kStatusCaptureTruantIntervals);
-    launch.defaults.setObject(QByteArray("x"), MonitorDefaults::kStatusFreeWarning);
-    EXPECT_EQ(launch.defaults.statusCaptureTruantIntervals(), 7);
-    EXPECT_EQ(launch.defaults.statusFreeWarning(), 0.91);
+    // A stored value that does not convert reads as registered.
+    defaults.setObject(QStringLiteral("lots"), MonitorDefaults::kStatusCaptureTruantIntervals);
+    defaults.setObject(QByteArray("x"), MonitorDefaults::kStatusFreeWarning);
+    EXPECT_EQ(defaults.statusCaptureTruantIntervals(), 7);
+    EXPECT_EQ(defaults.statusFreeWarning(), 0.91);
 }
 
 TEST_F(MonitorDefaultsNotifications, AFreshDomainGetsBothNotificationsWritten)

@@ -113,11 +113,7 @@ TEST(MountTable, LongestMountPointByWholeComponentsWins)
     EXPECT_EQ(table.mountContaining(QStringLiteral("/proc"))->fileSystemType,
               QStringLiteral("proc"));
     EXPECT_FALSE(MountTable().mountContaining(QStringLiteral("/")).has_value());
-}
-
-TEST(MountTable, LaterMountOverTheSamePointHidesTheEarlier)
-{
-    const MountTable table = MountTable::fromMountInfo(kMountInfo);
+    // A later mount over the same point hides the earlier.
     EXPECT_EQ(table.mountContaining(QStringLiteral("/mnt/a/x"))->fileSystemType,
               QStringLiteral("tmpfs"));
     EXPECT_EQ(table.mountAt(QStringLiteral("/mnt/a"))->major, 0U);
@@ -199,19 +195,6 @@ TEST(VolumeIdentifier, NoMountPointToAskFallsBackToTheDeviceNumber)
     EXPECT_EQ(identifier.description(), QStringLiteral("dev:0:77"));
 }
 
-TEST(VolumeIdentifier, EqualityAndHashIgnoreWhereItWasMounted)
-{
-    const VolumeIdentifier here(QStringLiteral("abcd"), VolumeIdentifier::Kind::Uuid,
-                                QStringLiteral("/a"));
-    const VolumeIdentifier there(QStringLiteral("abcd"), VolumeIdentifier::Kind::Uuid,
-                                 QStringLiteral("/b"));
-    EXPECT_EQ(here, there);
-    EXPECT_EQ(here.hash(), there.hash());
-    EXPECT_NE(here, VolumeIdentifier(QStringLiteral("abce"), VolumeIdentifier::Kind::Uuid,
-                                     QStringLiteral("/a")));
-    EXPECT_EQ(here.description(), QStringLiteral("abcd"));
-}
-
 TEST(VolumeIdentifier, OnlineMountPathPrefersTheRecordedThenTheWholeVolume)
 {
     FakeDisks disks;
@@ -259,17 +242,6 @@ TEST(VolumeIdentifier, RootAndAFileOnTheSameFileSystemAgree)
     GTEST_SKIP() << "no file found on the root file system";
 }
 
-TEST(VolumeIdentifier, AnotherFileSystemIsAnotherVolume)
-{
-    const QString proc = QStringLiteral("/proc/self");
-    if (!deviceOf(proc).has_value() || deviceOf(proc) == deviceOf(QStringLiteral("/"))) {
-        GTEST_SKIP() << "/proc is not a file system of its own here";
-    }
-    EXPECT_NE(VolumeIdentifier::volumeIdentifierForPath(proc),
-              VolumeIdentifier::volumeIdentifierForPath(QStringLiteral("/")));
-    EXPECT_TRUE(VolumeIdentifier::volumeIdentifierForPath(QString()).isNull());
-}
-
 TEST(VolumeIdentifier, ArchiveRoundTripKeepsKindAndMountPath)
 {
     const VolumeIdentifier original(QStringLiteral("00ab00cd00ef0012"),
@@ -281,6 +253,13 @@ TEST(VolumeIdentifier, ArchiveRoundTripKeepsKindAndMountPath)
     EXPECT_EQ(back.identifier(), original.identifier());
     EXPECT_EQ(back.kind(), VolumeIdentifier::Kind::FileSystemId);
     EXPECT_EQ(back.mountPath(), QStringLiteral("/run/user"));
+    // Where it was mounted is no part of equality.
+    const VolumeIdentifier elsewhere(original.identifier(), VolumeIdentifier::Kind::FileSystemId,
+                                     QStringLiteral("/b"));
+    EXPECT_EQ(back, elsewhere);
+    EXPECT_EQ(back.hash(), elsewhere.hash());
+    EXPECT_NE(back, VolumeIdentifier(QStringLiteral("00ab00cd00ef0013"),
+                                     VolumeIdentifier::Kind::FileSystemId));
 }
 
 TEST(VolumeIdentifier, ArchiveRefusesMalformedFields)

@@ -21,35 +21,44 @@ class SomethingElse : public CommandInfo
 };
 } // namespace
 
-TEST(CommandInfoTest, DisplayNamesKeepTheirIrregularRows)
+TEST(CommandInfoTest, TheTablesKeepTheirIrregularRows)
 {
-    EXPECT_EQ(CommandInfo::humanReadableNameForCommandName(QStringLiteral("correction")),
-              QStringLiteral("Inflate"));
-    EXPECT_EQ(CommandInfo::humanReadableNameForCommandName(QStringLiteral("erase")),
-              QStringLiteral("Delete"));
-    EXPECT_EQ(CommandInfo::humanReadableNameForCommandName(QStringLiteral("delete")),
-              QStringLiteral("Delete"));
-    EXPECT_EQ(CommandInfo::humanReadableNameForCommandName(QStringLiteral("open")),
-              QStringLiteral("Open"));
-    EXPECT_EQ(CommandInfo::humanReadableNameForCommandName(QStringLiteral("capture")),
-              QStringLiteral("Capture"));
-    EXPECT_EQ(CommandInfo::humanReadableNameForCommandName(QStringLiteral("Capture")),
-              QStringLiteral("Command"));
-    EXPECT_EQ(CommandInfo::humanReadableNameForCommandName(QString()), QStringLiteral("Command"));
-}
-
-TEST(CommandInfoTest, ClassNamesFollowTheTable)
-{
-    EXPECT_EQ(CommandInfo::classNameForCommandName(QStringLiteral("delete")),
-              QStringLiteral("DeleteLayerCommand"));
-    EXPECT_EQ(CommandInfo::classNameForCommandName(QStringLiteral("erase")),
-              QStringLiteral("DeleteItemCommand"));
-    EXPECT_EQ(CommandInfo::classNameForCommandName(QStringLiteral("create")),
-              QStringLiteral("CreateRepositoryCommand"));
-    EXPECT_EQ(CommandInfo::classNameForCommandName(QStringLiteral("correction")),
-              QStringLiteral("CorrectionCommand"));
-    EXPECT_TRUE(CommandInfo::classNameForCommandName(QStringLiteral("open")).isNull());
-    EXPECT_TRUE(CommandInfo::classNameForCommandName(QStringLiteral("launch")).isNull());
+    const QString repository = QStringLiteral("RepositoryCommandMessaging");
+    const struct
+    {
+        QString name;
+        const char* displayName;
+        const char* className; // null: none
+        QString protocol;
+        bool privileged;
+    } rows[] = {
+        {QStringLiteral("correction"), "Inflate", "CorrectionCommand",
+         QStringLiteral("CorrectionCommandMessaging"), false},
+        {QStringLiteral("erase"), "Delete", "DeleteItemCommand",
+         QStringLiteral("DeleteItemCommandMessaging"), false},
+        {QStringLiteral("delete"), "Delete", "DeleteLayerCommand", repository, false},
+        {QStringLiteral("create"), "Create", "CreateRepositoryCommand",
+         QStringLiteral("CreateRepositoryCommandMessaging"), false},
+        {QStringLiteral("verify"), "Verify", "VerifyCommand", repository, false},
+        {QStringLiteral("open"), "Open", nullptr, QStringLiteral("CommandMessaging"), false},
+        {QStringLiteral("capture"), "Capture", "CaptureCommand",
+         QStringLiteral("CaptureCommandMessaging"), true},
+        {QStringLiteral("install"), "Install", "InstallCommand",
+         QStringLiteral("InstallCommandMessaging"), true},
+        {QStringLiteral("nonsense"), "Command", nullptr, QStringLiteral("CommandMessaging"), false},
+        {QStringLiteral("Capture"), "Command", nullptr, QStringLiteral("CommandMessaging"), false},
+        {QString(), "Command", nullptr, QStringLiteral("CommandMessaging"), false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name.toStdString());
+        EXPECT_EQ(CommandInfo::humanReadableNameForCommandName(row.name),
+                  QString::fromLatin1(row.displayName));
+        EXPECT_EQ(CommandInfo::classNameForCommandName(row.name),
+                  row.className ? QString::fromLatin1(row.className) : QString());
+        EXPECT_EQ(CommandInfo::classNameForCommandName(row.name).isNull(), !row.className);
+        EXPECT_EQ(CommandInfo::protocolForName(row.name), row.protocol);
+        EXPECT_EQ(CommandInfo::commandNeedsPrivileges(row.name), row.privileged);
+    }
 }
 
 TEST(CommandInfoTest, ClassesAreFoundOnlyWhenThisProcessHasThem)
@@ -58,71 +67,34 @@ TEST(CommandInfoTest, ClassesAreFoundOnlyWhenThisProcessHasThem)
     EXPECT_EQ(CommandInfo::classForCommandName(QStringLiteral("dump")),
               &DumpCommand::staticMetaObject);
     EXPECT_EQ(CommandInfo::classForCommandName(QStringLiteral("verify")), nullptr);
-    EXPECT_EQ(CommandInfo::classForCommandName(QStringLiteral("open")), nullptr);
-
-    DumpCommand dump;
-    EXPECT_EQ(dump.commandName(), QStringLiteral("dump"));
-    SomethingElse other;
-    EXPECT_TRUE(other.commandName().isNull());
+    EXPECT_EQ(DumpCommand().commandName(), QStringLiteral("dump"));
+    EXPECT_TRUE(SomethingElse().commandName().isNull());
 }
 
-TEST(CommandInfoTest, ProtocolsShareTheRepositoryProtocolWhereTheTableSays)
-{
-    const QString repository = QStringLiteral("RepositoryCommandMessaging");
-    EXPECT_EQ(CommandInfo::protocolForName(QStringLiteral("delete")), repository);
-    EXPECT_EQ(CommandInfo::protocolForName(QStringLiteral("verify")), repository);
-    EXPECT_EQ(CommandInfo::protocolForName(QStringLiteral("reindex")), repository);
-    EXPECT_EQ(CommandInfo::protocolForName(QStringLiteral("erase")),
-              QStringLiteral("DeleteItemCommandMessaging"));
-    EXPECT_EQ(CommandInfo::protocolForName(QStringLiteral("correction")),
-              QStringLiteral("CorrectionCommandMessaging"));
-    EXPECT_EQ(CommandInfo::protocolForName(QStringLiteral("open")),
-              QStringLiteral("CommandMessaging"));
-    EXPECT_EQ(CommandInfo::protocolForName(QStringLiteral("nonsense")),
-              QStringLiteral("CommandMessaging"));
-}
-
-TEST(CommandInfoTest, OnlyFourCommandsNeedPrivileges)
-{
-    for (const char* name : {"install", "capture", "recall", "restore"}) {
-        EXPECT_TRUE(CommandInfo::commandNeedsPrivileges(QString::fromLatin1(name))) << name;
-    }
-    for (const char* name : {"create", "verify", "dump", "open", "Capture", ""}) {
-        EXPECT_FALSE(CommandInfo::commandNeedsPrivileges(QString::fromLatin1(name))) << name;
-    }
-}
-
-TEST(CommandInfoTest, TheInstallInterfaceNamesItsParameterClasses)
+TEST(CommandInfoTest, InterfacesSendEachMemberOnItsDeclaringProtocolWithItsClasses)
 {
     LogLineIdentifier::registerArchivableClass();
     const CommandInterface install = CommandInfo::interfaceForName(QStringLiteral("install"));
     EXPECT_EQ(install.chain(), (QStringList{QStringLiteral("InstallCommandMessaging"),
                                             QStringLiteral("CommandMessaging")}));
-
     const QSet<QString> classes =
         install.allowedClassesFor(QStringLiteral("setInstallParameters"), 0);
-    EXPECT_TRUE(classes.contains(KeyedArchive::kDictionary));
-    EXPECT_TRUE(classes.contains(KeyedArchive::kArray));
-    EXPECT_TRUE(classes.contains(KeyedArchive::kString));
-    EXPECT_TRUE(classes.contains(KeyedArchive::kNumber));
-    EXPECT_TRUE(classes.contains(QStringLiteral("LogLineIdentifier")));
-    EXPECT_FALSE(classes.contains(QStringLiteral("InstallComponent")))
-        << "no such class in this process";
+    for (const QString& allowed :
+         {KeyedArchive::kDictionary, KeyedArchive::kArray, KeyedArchive::kString,
+          KeyedArchive::kNumber, QStringLiteral("LogLineIdentifier")}) {
+        EXPECT_TRUE(classes.contains(allowed)) << allowed.toStdString();
+    }
+    EXPECT_FALSE(classes.contains(QStringLiteral("InstallComponent"))) << "not in this process";
     EXPECT_FALSE(classes.contains(KeyedArchive::kData));
-}
 
-TEST(CommandInfoTest, InterfacesSendEachMemberOnItsDeclaringProtocol)
-{
     const CommandInterface recall = CommandInfo::interfaceForName(QStringLiteral("recall"));
     EXPECT_EQ(recall.interfaceNameFor(QStringLiteral("queryRepositoryRefWithReply")),
               QStringLiteral("com.kestrom.RepositoryCommandMessaging"));
     EXPECT_EQ(recall.interfaceNameFor(QStringLiteral("run")),
               QStringLiteral("com.kestrom.CommandMessaging"));
     EXPECT_FALSE(recall.declares(QStringLiteral("setInstallParameters")));
-
-    const CommandInterface open = CommandInfo::interfaceForName(QStringLiteral("open"));
-    EXPECT_EQ(open.chain(), QStringList{QStringLiteral("CommandMessaging")});
-    EXPECT_FALSE(open.declares(QStringLiteral("queryRepositoryRefWithReply")));
+    EXPECT_FALSE(CommandInfo::interfaceForName(QStringLiteral("open"))
+                     .declares(QStringLiteral("queryRepositoryRefWithReply")));
 }
 
 TEST(CommandInfoTest, ScriptsAreRecognisedByTheHelpersExtensions)
@@ -137,9 +109,10 @@ TEST(CommandInfoTest, ScriptsAreRecognisedByTheHelpersExtensions)
 
     EXPECT_TRUE(CommandInfo::fileIsOSAScript(QStringLiteral("/x/prolog.scpt")));
     EXPECT_TRUE(CommandInfo::fileIsOSAScript(QStringLiteral("/x/epilog.applescript")));
-    EXPECT_FALSE(CommandInfo::fileIsOSAScript(QStringLiteral("/x/prolog.sh")));
-    EXPECT_FALSE(CommandInfo::fileIsOSAScript(QStringLiteral("/x/scpt")));
-    EXPECT_FALSE(CommandInfo::fileIsOSAScript(QStringLiteral("/x/prolog.")));
+    for (const QString& path : {QStringLiteral("/x/prolog.sh"), QStringLiteral("/x/scpt"),
+                                QStringLiteral("/x/prolog.")}) {
+        EXPECT_FALSE(CommandInfo::fileIsOSAScript(path)) << path.toStdString();
+    }
 }
 
 #include "CommandInfoTest.moc"

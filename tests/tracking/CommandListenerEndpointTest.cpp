@@ -28,21 +28,18 @@ class ProbeListener : public CommandListener
 public:
     void commandDidStart() override
     {
-        events.append(QStringLiteral("start"));
-        onMainThread = onMainThread && isMainThread();
+        record(QStringLiteral("start"));
         CommandListener::commandDidStart();
     }
     void commandProgressDidUpdate(const QVariantMap& dictionary) override
     {
-        events.append(QStringLiteral("progress"));
+        record(QStringLiteral("progress"));
         progress.append(dictionary);
-        onMainThread = onMainThread && isMainThread();
         CommandListener::commandProgressDidUpdate(dictionary);
     }
     void commandDidStopWithException(const ExceptionPtr& exception) override
     {
-        events.append(QStringLiteral("stop"));
-        onMainThread = onMainThread && isMainThread();
+        record(QStringLiteral("stop"));
         CommandListener::commandDidStopWithException(exception);
     }
 
@@ -51,9 +48,11 @@ public:
     bool onMainThread = true;
 
 private:
-    bool isMainThread() const
+    void record(const QString& event)
     {
-        return QThread::currentThread() == QCoreApplication::instance()->thread();
+        events.append(event);
+        onMainThread =
+            onMainThread && QThread::currentThread() == QCoreApplication::instance()->thread();
     }
 };
 } // namespace
@@ -113,19 +112,12 @@ protected:
     Endpoint m_endpoint;
 };
 
-TEST_F(CommandListenerEndpointTest, TheEndpointIsServedOnTheMessagingConnection)
-{
-    EXPECT_EQ(m_endpoint.service(), MessagingThread::instance().uniqueName());
-    EXPECT_EQ(m_listener->endpoint(), m_endpoint) << "made once";
-}
-
 TEST_F(CommandListenerEndpointTest, StartAndProgressReachTheMainThreadInOrder)
 {
     QSignalSpy started(m_listener.get(), &CommandListener::startedChanged);
     const QVariantMap sent{{QStringLiteral("task"), QStringLiteral("Copying")},
                            {QStringLiteral("item"), QVariant::fromValue(nullptr)},
-                           {QStringLiteral("value"), qint64(3)},
-                           {QStringLiteral("alt"), true}};
+                           {QStringLiteral("value"), qint64(3)}};
 
     send(QStringLiteral("commandStarted"));
     send(QStringLiteral("progressUpdate"), {KeyedArchive::archivedData(sent)});
@@ -136,14 +128,14 @@ TEST_F(CommandListenerEndpointTest, StartAndProgressReachTheMainThreadInOrder)
     EXPECT_EQ(m_listener->events,
               (QStringList{QStringLiteral("start"), QStringLiteral("progress")}));
     EXPECT_TRUE(m_listener->onMainThread);
+    EXPECT_EQ(m_endpoint.service(), MessagingThread::instance().uniqueName());
     EXPECT_EQ(started.size(), 1);
     EXPECT_TRUE(m_listener->property("commandIsRunning").toBool());
 
     const QVariantMap received = m_listener->progress.first();
+    EXPECT_EQ(received.keys(), sent.keys());
     EXPECT_EQ(received.value(QStringLiteral("task")).toString(), QStringLiteral("Copying"));
     EXPECT_EQ(received.value(QStringLiteral("value")).toLongLong(), 3);
-    EXPECT_TRUE(received.value(QStringLiteral("alt")).toBool());
-    ASSERT_TRUE(received.contains(QStringLiteral("item")));
     EXPECT_EQ(received.value(QStringLiteral("item")).metaType(),
               QMetaType::fromType<std::nullptr_t>())
         << "the null object stays the null object";
@@ -177,19 +169,11 @@ TEST_F(CommandListenerEndpointTest, TheStopIsAnsweredOnlyAfterTheMainThreadHandl
         << "a stopped command's listener stops listening";
 }
 
-TEST_F(CommandListenerEndpointTest, AnEmptyStopIsASuccess)
-{
-    QDBusPendingCall stop = m_peer.bus().asyncCall(
-        message(QStringLiteral("commandStoppedWithExceptionData"), {QByteArray()}));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return stop.isFinished(); }, 30000));
-    EXPECT_TRUE(m_listener->hasStopped());
-    EXPECT_EQ(m_listener->exception(), nullptr);
-}
-
-TEST_F(CommandListenerEndpointTest, AOneWayStopIsHandledToo)
+TEST_F(CommandListenerEndpointTest, AnEmptyOneWayStopIsASuccess)
 {
     send(QStringLiteral("commandStoppedWithExceptionData"), {QByteArray()});
     ASSERT_TRUE(QTest::qWaitFor([&] { return m_listener->hasStopped(); }, 30000));
+    EXPECT_EQ(m_listener->exception(), nullptr);
 }
 
 TEST_F(CommandListenerEndpointTest, UndecodableExceptionDataStopsWithAnInternalError)
@@ -235,11 +219,6 @@ TEST_F(CommandListenerEndpointTest, AListenerThatHasGoneIsNoLongerServed)
                                        QStringLiteral("doNothingButReply")),
         QDBus::Block);
     EXPECT_EQ(reply.type(), QDBusMessage::ErrorMessage) << "no longer served";
-}
-
-TEST(CommandListenerEndpointDecoding, EmptyProgressIsAnEmptyDictionary)
-{
-    EXPECT_TRUE(CommandListenerEndpoint::decodeProgress({}).isEmpty());
 }
 
 #include "CommandListenerEndpointTest.moc"

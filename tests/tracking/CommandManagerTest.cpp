@@ -49,76 +49,34 @@ protected:
         return manager;
     }
 
-    std::shared_ptr<CommandManager> deadManager(const QString& identifier)
-    {
-        auto manager = std::make_shared<CommandManager>();
-        auto connection = std::make_shared<CommandOnXPCConnection>(QStringLiteral("capture"),
-                                                                   m_peer.nowhere(), identifier);
-        connection->setTolerance(0);
-        // Registered before the command is told, so the failure to tell it leaves a
-        // registered manager with its connection.
-        EXPECT_THROW(manager->connectToCommand(connection), KSException);
-        return manager;
-    }
-
     PeerBus m_peer{QStringLiteral("peer-manager")};
     std::shared_ptr<RecordingLogger> m_log;
     FakeCommand* m_command = nullptr;
     Endpoint m_endpoint;
 };
 
-TEST_F(CommandManagerTest, ConnectingRegistersTheManagerAndTellsTheCommand)
+TEST_F(CommandManagerTest, ConnectingRegistersAndTellsTheCommandThenRunStopAndDisconnect)
 {
     const auto manager = connectedManager(QStringLiteral("cap-1"));
-
     EXPECT_EQ(service().listenerForIdentifier(QStringLiteral("cap-1")), manager);
-    EXPECT_EQ(manager->listenerService(), &service());
-    EXPECT_EQ(m_command->calls(),
-              QStringList{QStringLiteral("addListenerToPublishedService:") + kMonitorName});
     EXPECT_EQ(manager->connection()->listenerIdentifier(), kMonitorName);
-}
-
-TEST_F(CommandManagerTest, RunAndStopReachTheCommand)
-{
-    const auto manager = connectedManager(QStringLiteral("cap-2"));
 
     manager->runCommand();
     manager->stopCommand();
-
-    const QStringList calls = m_command->calls();
-    ASSERT_EQ(calls.size(), 3);
-    EXPECT_EQ(calls.at(1), QStringLiteral("run"));
-    EXPECT_EQ(calls.at(2), QStringLiteral("cancelFrom:1"));
-    EXPECT_TRUE(service().hasListenerForCommandIdentifier(QStringLiteral("cap-2")));
-}
-
-TEST_F(CommandManagerTest, DisconnectingForgetsTheListenerOnBothSides)
-{
-    const auto manager = connectedManager(QStringLiteral("cap-3"));
-
+    EXPECT_TRUE(service().hasListenerForCommandIdentifier(QStringLiteral("cap-1")));
     manager->disconnect();
 
-    EXPECT_FALSE(service().hasListenerForCommandIdentifier(QStringLiteral("cap-3")));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return m_command->calls().size() == 2; }, 30000));
-    EXPECT_EQ(m_command->calls().last(),
-              QStringLiteral("removeListenerWithIdentifier:") + kMonitorName);
+    EXPECT_FALSE(service().hasListenerForCommandIdentifier(QStringLiteral("cap-1")));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return m_command->calls().size() == 4; }, 30000));
+    EXPECT_EQ(m_command->calls(),
+              (QStringList{QStringLiteral("addListenerToPublishedService:") + kMonitorName,
+                           QStringLiteral("run"), QStringLiteral("cancelFrom:1"),
+                           QStringLiteral("removeListenerWithIdentifier:") + kMonitorName}));
 }
 
-TEST_F(CommandManagerTest, ABusyCommandIsNotCulledAndAFinishedOneIs)
-{
-    const auto manager = connectedManager(QStringLiteral("cap-4"));
-
-    m_command->finished = false;
-    EXPECT_FALSE(manager->shouldBeCulledFromService(&service()));
-    m_command->finished = true;
-    EXPECT_TRUE(manager->shouldBeCulledFromService(&service()));
-    EXPECT_EQ(m_command->calls().count(QStringLiteral("queryIsFinishedWithReply")), 2);
-}
-
-TEST_F(CommandManagerTest, TheCullAsksTheCommandInTheBackground)
+TEST_F(CommandManagerTest, TheCullAsksTheCommandInTheBackgroundWhetherItFinished)
 {
     const auto manager = connectedManager(QStringLiteral("cap-5"));
-    m_command->finished = false;
     QSignalSpy answered(&service(), &CommandListenerService::cullQuestionAnswered);
 
     service().cullTime(); // the grace of the first cull
@@ -132,40 +90,36 @@ TEST_F(CommandManagerTest, TheCullAsksTheCommandInTheBackground)
     ASSERT_TRUE(answered.wait(30000));
     EXPECT_TRUE(answered.last().at(1).toBool());
     EXPECT_FALSE(service().hasListenerForCommandIdentifier(QStringLiteral("cap-5")));
+    EXPECT_EQ(m_command->count(QStringLiteral("queryIsFinishedWithReply")), 2);
 }
 
-TEST_F(CommandManagerTest, AnUnreachableCommandIsCulledWithALogLine)
+TEST_F(CommandManagerTest, AnUnreachableCommandIsCulledAndAFailedStopDisconnects)
 {
-    const auto manager = deadManager(QStringLiteral("cap-dead"));
+    auto manager = std::make_shared<CommandManager>();
+    auto connection = std::make_shared<CommandOnXPCConnection>(
+        QStringLiteral("capture"), m_peer.nowhere(), QStringLiteral("cap-dead"));
+    connection->setTolerance(0);
+    // Registered before the command is told, so the failure to tell it leaves a registered
+    // manager with its connection.
+    EXPECT_THROW(manager->connectToCommand(connection), KSException);
     ASSERT_TRUE(service().hasListenerForCommandIdentifier(QStringLiteral("cap-dead")));
 
     EXPECT_TRUE(manager->shouldBeCulledFromService(&service()));
-
     const auto lines = m_log->linesContaining(QStringLiteral("failed to query listener"));
     ASSERT_EQ(lines.size(), 1);
     EXPECT_EQ(lines.first().classification, 9);
     EXPECT_TRUE(lines.first().message.startsWith(
         QStringLiteral("-[CommandManager shouldBeCulledFromService:] failed to query listener: ")));
-}
-
-TEST_F(CommandManagerTest, AFailedStopIsLoggedAndDisconnects)
-{
-    const auto manager = deadManager(QStringLiteral("cap-stop"));
 
     manager->stopCommand();
+    const auto stop = m_log->linesContaining(QStringLiteral("Unable to send stop request"));
+    ASSERT_EQ(stop.size(), 1);
+    EXPECT_EQ(stop.first().classification, 3);
+    EXPECT_FALSE(service().hasListenerForCommandIdentifier(QStringLiteral("cap-dead")));
 
-    const auto lines =
-        m_log->linesContaining(QStringLiteral("Unable to send stop request to command"));
-    ASSERT_EQ(lines.size(), 1);
-    EXPECT_EQ(lines.first().classification, 3);
-    EXPECT_FALSE(service().hasListenerForCommandIdentifier(QStringLiteral("cap-stop")));
-}
-
-TEST_F(CommandManagerTest, AManagerWithoutAConnectionIsCulledAndStopsQuietly)
-{
-    CommandManager manager;
-    EXPECT_TRUE(manager.shouldBeCulledFromService(&service()));
-    manager.stopCommand();
-    manager.runCommand();
-    EXPECT_TRUE(m_log->linesContaining(QStringLiteral("Unable to send")).isEmpty());
+    CommandManager unconnected;
+    EXPECT_TRUE(unconnected.shouldBeCulledFromService(&service()));
+    unconnected.stopCommand();
+    unconnected.runCommand();
+    EXPECT_EQ(m_log->linesContaining(QStringLiteral("Unable to send")).size(), 1);
 }

@@ -34,33 +34,17 @@ protected:
     std::shared_ptr<ProgressManager> m_manager = std::make_shared<ProgressManager>();
 };
 
-TEST_F(ProgressInterpretationTest, StartsWithEmptyTextsAndAnswersItsRoles)
+TEST_F(ProgressInterpretationTest, NullValuesCountAsAbsentAndOnlyRealChangesAreAnnounced)
 {
     EXPECT_EQ(m_manager->displayRunTime(), QString());
-    EXPECT_FALSE(m_manager->displayRunTime().isNull());
-    EXPECT_EQ(m_manager->roles(), 3u);
-    EXPECT_FALSE(m_manager->commandIsWorking());
-    EXPECT_FALSE(m_manager->showingAlternateDescription());
-}
-
-TEST_F(ProgressInterpretationTest, TaskChangesThePrimaryDescriptionAndAnnouncesOnlyRealChanges)
-{
-    QSignalSpy spy(m_manager.get(), &ProgressManager::primaryDescriptionChanged);
-
-    send({{QStringLiteral("task"), QStringLiteral("Scanning items")}});
-    send({{QStringLiteral("task"), QStringLiteral("Scanning items")}});
-
-    EXPECT_EQ(m_manager->primaryDescription(), QStringLiteral("Scanning items"));
-    EXPECT_EQ(spy.count(), 1);
-}
-
-TEST_F(ProgressInterpretationTest, NullValuesCountAsAbsent)
-{
+    QSignalSpy task(m_manager.get(), &ProgressManager::primaryDescriptionChanged);
+    QSignalSpy working(m_manager.get(), &ProgressManager::commandIsWorkingChanged);
     send({{QStringLiteral("task"), QStringLiteral("Copying")},
           {QStringLiteral("verb"), QStringLiteral("Copying")},
           {QStringLiteral("icon"), 7},
-          {QStringLiteral("time"), 12}});
-    QSignalSpy runTimeSpy(m_manager.get(), &ProgressManager::displayRunTimeChanged);
+          {QStringLiteral("time"), 12.9}});
+    QSignalSpy runTime(m_manager.get(), &ProgressManager::displayRunTimeChanged);
+    send({{QStringLiteral("task"), QStringLiteral("Copying")}, {QStringLiteral("time"), 12}});
 
     send({{QStringLiteral("task"), nullObject()},
           {QStringLiteral("verb"), nullObject()},
@@ -73,36 +57,28 @@ TEST_F(ProgressInterpretationTest, NullValuesCountAsAbsent)
     EXPECT_EQ(m_manager->altDescriptionVerb(), QStringLiteral("Copying"));
     EXPECT_EQ(m_manager->altDescriptionIconValue(), QVariant(7));
     EXPECT_FALSE(m_manager->commandPaused());
-    EXPECT_EQ(m_manager->reportedRunTime(), 12);
+    EXPECT_EQ(m_manager->reportedRunTime(), 12) << "fractions dropped";
+    EXPECT_EQ(m_manager->displayRunTime(), QStringLiteral("00:12"));
     EXPECT_TRUE(m_manager->commandIsWorking());
-    EXPECT_EQ(runTimeSpy.count(), 0);
+    EXPECT_EQ(task.count(), 1);
+    EXPECT_EQ(working.count(), 1);
+    EXPECT_EQ(runTime.count(), 0);
 }
 
-TEST_F(ProgressInterpretationTest, AltShowsAndHidesTheAlternateLineAndNullHidesIt)
+TEST_F(ProgressInterpretationTest, AltShowsAndHidesTheAlternateLineAndANullItemClearsIt)
 {
     QSignalSpy spy(m_manager.get(), &ProgressManager::showingAlternateDescriptionChanged);
-
     send({{QStringLiteral("alt"), true}});
-    EXPECT_TRUE(m_manager->showingAlternateDescription());
-    send({{QStringLiteral("verb"), QStringLiteral("Reading")}});
-    EXPECT_TRUE(m_manager->showingAlternateDescription());
     send({{QStringLiteral("alt"), nullObject()}});
     EXPECT_FALSE(m_manager->showingAlternateDescription());
-    send({{QStringLiteral("alt"), true}});
-    send({{QStringLiteral("alt"), false}});
+    EXPECT_EQ(spy.count(), 2);
 
-    EXPECT_FALSE(m_manager->showingAlternateDescription());
-    EXPECT_EQ(spy.count(), 4);
-}
-
-TEST_F(ProgressInterpretationTest, NullItemClearsTheAlternateLineEvenWhenAltSaysShow)
-{
     send({{QStringLiteral("verb"), QStringLiteral("Capturing")},
           {QStringLiteral("item"), QStringLiteral("Letters.txt")},
           {QStringLiteral("icon"), iconPixels(16)},
           {QStringLiteral("alt"), true}});
     ASSERT_EQ(m_manager->altDescriptionName(), QStringLiteral("Letters.txt"));
-    ASSERT_FALSE(m_manager->altDescriptionIcon().isNull());
+    ASSERT_TRUE(m_manager->showingAlternateDescription());
     QSignalSpy iconSpy(m_manager.get(), &ProgressManager::altDescriptionIconChanged);
 
     send({{QStringLiteral("item"), nullObject()}, {QStringLiteral("alt"), true}});
@@ -115,37 +91,30 @@ TEST_F(ProgressInterpretationTest, NullItemClearsTheAlternateLineEvenWhenAltSays
     EXPECT_EQ(iconSpy.count(), 1);
 }
 
-TEST_F(ProgressInterpretationTest, WaitShowsWaitingAndStopsWorkingUntilRun)
+TEST_F(ProgressInterpretationTest, WaitShowsWaitingUntilRunWhichWinsInTheSameDictionary)
 {
-    send({{QStringLiteral("run"), true}});
-    EXPECT_TRUE(m_manager->commandIsWorking());
-    EXPECT_EQ(m_manager->displayRunTime(), QStringLiteral("00:00"));
-
-    send({{QStringLiteral("wait"), true}});
-    EXPECT_EQ(m_manager->displayRunTime(), QStringLiteral("waiting"));
-    EXPECT_FALSE(m_manager->commandIsWorking());
-
-    send({{QStringLiteral("wait"), false}});
-    EXPECT_EQ(m_manager->displayRunTime(), QStringLiteral("waiting"));
-
-    send({{QStringLiteral("run"), true}});
-    EXPECT_EQ(m_manager->displayRunTime(), QStringLiteral("00:00"));
-    EXPECT_TRUE(m_manager->commandIsWorking());
+    const struct
+    {
+        QVariantMap progress;
+        const char* runTime;
+        bool working;
+    } steps[] = {
+        {{{QStringLiteral("run"), true}}, "00:00", true},
+        {{{QStringLiteral("wait"), true}}, "waiting", false},
+        {{{QStringLiteral("wait"), false}}, "waiting", false},
+        {{{QStringLiteral("run"), true}}, "00:00", true},
+        {{{QStringLiteral("wait"), true}, {QStringLiteral("run"), true}}, "00:00", true},
+    };
+    for (const auto& step : steps) {
+        send(step.progress);
+        EXPECT_EQ(m_manager->displayRunTime(), QString::fromLatin1(step.runTime));
+        EXPECT_EQ(m_manager->commandIsWorking(), step.working) << step.runTime;
+    }
 }
 
-TEST_F(ProgressInterpretationTest, RunWinsOverWaitInTheSameDictionary)
-{
-    send({{QStringLiteral("wait"), true}, {QStringLiteral("run"), true}});
-
-    EXPECT_EQ(m_manager->displayRunTime(), QStringLiteral("00:00"));
-    EXPECT_TRUE(m_manager->commandIsWorking());
-}
-
-TEST_F(ProgressInterpretationTest, PawsShowsPausedWithTheNegatedRunTimeAndTheAlternateLine)
+TEST_F(ProgressInterpretationTest, PawsShowsPausedWithTheNegatedTimeUntilTimeRestoresTheTask)
 {
     send({{QStringLiteral("task"), QStringLiteral("Copying files")}, {QStringLiteral("time"), 10}});
-    ASSERT_TRUE(m_manager->commandIsWorking());
-
     send({{QStringLiteral("paws"), 30},
           {QStringLiteral("alt"), false},
           {QStringLiteral("run"), true}});
@@ -156,88 +125,36 @@ TEST_F(ProgressInterpretationTest, PawsShowsPausedWithTheNegatedRunTimeAndTheAlt
     EXPECT_EQ(m_manager->displayRunTime(), QStringLiteral("-00:30"));
     EXPECT_TRUE(m_manager->showingAlternateDescription());
     EXPECT_FALSE(m_manager->commandIsWorking());
-}
 
-TEST_F(ProgressInterpretationTest, PausedCommandRestoresDescriptionOnTime)
-{
-    send({{QStringLiteral("task"), QStringLiteral("Copying files")}});
-    send({{QStringLiteral("paws"), 30}});
-    send({{QStringLiteral("paws"), 25}});
+    QSignalSpy spy(m_manager.get(), &ProgressManager::primaryDescriptionChanged);
+    send({{QStringLiteral("paws"), 25}, {QStringLiteral("task"), QStringLiteral("Verifying")}});
     EXPECT_EQ(m_manager->displayRunTime(), QStringLiteral("-00:25"));
+    EXPECT_EQ(m_manager->primaryDescription(), QStringLiteral("Paused"));
+    EXPECT_EQ(spy.count(), 0);
 
     send({{QStringLiteral("time"), 95}});
-
     EXPECT_FALSE(m_manager->commandPaused());
-    EXPECT_EQ(m_manager->primaryDescription(), QStringLiteral("Copying files"));
+    EXPECT_EQ(m_manager->primaryDescription(), QStringLiteral("Verifying"));
     EXPECT_EQ(m_manager->displayRunTime(), QStringLiteral("01:35"));
     EXPECT_TRUE(m_manager->commandIsWorking());
 }
 
-TEST_F(ProgressInterpretationTest, TaskWhilePausedChangesOnlyTheDescriptionToRestore)
+TEST(IconTest, RGBADataOfTheFourSizesBecomesASquareImageAndOtherLengthsAreRefused)
 {
-    send({{QStringLiteral("task"), QStringLiteral("Copying files")}});
-    send({{QStringLiteral("paws"), 60}});
-    QSignalSpy spy(m_manager.get(), &ProgressManager::primaryDescriptionChanged);
-
-    send({{QStringLiteral("task"), QStringLiteral("Verifying copies")}});
-    EXPECT_EQ(m_manager->primaryDescription(), QStringLiteral("Paused"));
-    EXPECT_EQ(spy.count(), 0);
-
-    send({{QStringLiteral("time"), 61}});
-    EXPECT_EQ(m_manager->primaryDescription(), QStringLiteral("Verifying copies"));
-}
-
-TEST_F(ProgressInterpretationTest, TimeDropsFractionsAndIgnoresAnUnchangedValue)
-{
-    send({{QStringLiteral("time"), 95.9}});
-    EXPECT_EQ(m_manager->reportedRunTime(), 95);
-    QSignalSpy spy(m_manager.get(), &ProgressManager::displayRunTimeChanged);
-
-    send({{QStringLiteral("time"), 95}});
-
-    EXPECT_EQ(spy.count(), 0);
-    EXPECT_EQ(m_manager->displayRunTime(), QStringLiteral("01:35"));
-}
-
-TEST_F(ProgressInterpretationTest, WorkingIsAnnouncedOnlyWhenItChanges)
-{
-    QSignalSpy spy(m_manager.get(), &ProgressManager::commandIsWorkingChanged);
-
-    send({{QStringLiteral("time"), 1}});
-    send({{QStringLiteral("time"), 2}});
-    send({{QStringLiteral("verb"), QStringLiteral("Reading")}});
-
-    ASSERT_EQ(spy.count(), 1);
-    EXPECT_TRUE(spy.at(0).at(0).toBool());
-}
-
-class IconSizeTest : public ::testing::TestWithParam<int>
-{};
-
-TEST_P(IconSizeTest, RGBADataBecomesASquareImageOfItsSize)
-{
-    const int side = GetParam();
-    const QByteArray pixels = iconPixels(side);
-    auto manager = std::make_shared<ProgressManager>();
-
-    manager->commandProgressDidUpdate({{QStringLiteral("icon"), pixels}});
-    const QImage image = manager->altDescriptionIcon();
-
-    ASSERT_EQ(image.size(), QSize(side, side));
-    for (const QPoint point :
-         {QPoint(0, 0), QPoint(side - 1, 0), QPoint(3, side / 2), QPoint(side - 1, side - 1)}) {
-        const auto offset = (point.y() * side + point.x()) * 4;
-        const QColor expected(
-            static_cast<quint8>(pixels[offset]), static_cast<quint8>(pixels[offset + 1]),
-            static_cast<quint8>(pixels[offset + 2]), static_cast<quint8>(pixels[offset + 3]));
-        EXPECT_EQ(image.pixelColor(point), expected) << point.x() << "," << point.y();
+    for (const int side : {16, 32, 64, 128}) {
+        const QByteArray pixels = iconPixels(side);
+        auto manager = std::make_shared<ProgressManager>();
+        manager->commandProgressDidUpdate({{QStringLiteral("icon"), pixels}});
+        const QImage image = manager->altDescriptionIcon();
+        ASSERT_EQ(image.size(), QSize(side, side));
+        for (const QPoint point :
+             {QPoint(0, 0), QPoint(side - 1, 0), QPoint(3, side / 2), QPoint(side - 1, side - 1)}) {
+            const auto at = [&](int offset) {
+                return static_cast<quint8>(pixels[(point.y() * side + point.x()) * 4 + offset]);
+            };
+            EXPECT_EQ(image.pixelColor(point), QColor(at(0), at(1), at(2), at(3))) << side;
+        }
     }
-}
-
-INSTANTIATE_TEST_SUITE_P(FourSizes, IconSizeTest, ::testing::Values(16, 32, 64, 128));
-
-TEST(IconUtilitiesTest, DataOfAnyOtherLengthIsAProgrammingError)
-{
     try {
         IconUtilities::imageFromRGBAData(QByteArray(1000, '\0'));
         FAIL() << "no error for 1000 bytes";
@@ -248,46 +165,28 @@ TEST(IconUtilitiesTest, DataOfAnyOtherLengthIsAProgrammingError)
     EXPECT_THROW(IconUtilities::imageFromRGBAData(QByteArray(4 * 48 * 48, '\0')), std::logic_error);
 }
 
-TEST(IconUtilitiesTest, SystemIconCodesIndexTheTableWithZeroAsTheDefault)
+TEST(IconTest, ASystemIconNumberIsLookedUpOnceUntilTheValueChanges)
 {
-    EXPECT_EQ(IconUtilities::systemIconIndexForCode(0), 4);
     EXPECT_EQ(IconUtilities::systemIconIndexForCode(-250), 4);
     EXPECT_EQ(IconUtilities::systemIconIndexForCode(-254), 0);
-    EXPECT_EQ(IconUtilities::systemIconIndexForCode(-240), 14);
-}
+    QList<int> lookups;
+    ProgressServices::setSystemIconTable([&lookups](int index) {
+        lookups.append(index);
+        QImage image(8, 8, QImage::Format_RGBA8888);
+        image.fill(QColor(index, 0, 0));
+        return image;
+    });
+    const auto manager = std::make_shared<ProgressManager>();
+    QSignalSpy spy(manager.get(), &ProgressManager::altDescriptionIconChanged);
 
-// The icon table is a collaborator of the whole process; each test restores the default.
-class SystemIconTest : public ::testing::Test
-{
-protected:
-    void SetUp() override
-    {
-        ProgressServices::setSystemIconTable([this](int index) {
-            m_lookups.append(index);
-            QImage image(8, 8, QImage::Format_RGBA8888);
-            image.fill(QColor(index, 0, 0));
-            return image;
-        });
-    }
-    void TearDown() override { ProgressServices::setSystemIconTable({}); }
-
-    QList<int> m_lookups;
-    std::shared_ptr<ProgressManager> m_manager = std::make_shared<ProgressManager>();
-};
-
-TEST_F(SystemIconTest, ANumberIsLookedUpOnceUntilTheValueChanges)
-{
-    QSignalSpy spy(m_manager.get(), &ProgressManager::altDescriptionIconChanged);
-
-    m_manager->commandProgressDidUpdate({{QStringLiteral("icon"), 0}});
-    EXPECT_EQ(m_manager->altDescriptionIcon().pixelColor(0, 0), QColor(4, 0, 0));
-    m_manager->altDescriptionIcon();
-    m_manager->commandProgressDidUpdate({{QStringLiteral("icon"), 0}});
-    m_manager->altDescriptionIcon();
-    EXPECT_EQ(m_lookups, QList<int>{4});
-
-    m_manager->commandProgressDidUpdate({{QStringLiteral("icon"), -240}});
-    EXPECT_EQ(m_manager->altDescriptionIcon().pixelColor(0, 0), QColor(14, 0, 0));
-    EXPECT_EQ(m_lookups, (QList<int>{4, 14}));
+    manager->commandProgressDidUpdate({{QStringLiteral("icon"), 0}});
+    EXPECT_EQ(manager->altDescriptionIcon().pixelColor(0, 0), QColor(4, 0, 0));
+    manager->commandProgressDidUpdate({{QStringLiteral("icon"), 0}});
+    manager->altDescriptionIcon();
+    EXPECT_EQ(lookups, QList<int>{4});
+    manager->commandProgressDidUpdate({{QStringLiteral("icon"), -240}});
+    EXPECT_EQ(manager->altDescriptionIcon().pixelColor(0, 0), QColor(14, 0, 0));
+    ProgressServices::setSystemIconTable({});
+    EXPECT_EQ(lookups, (QList<int>{4, 14}));
     EXPECT_EQ(spy.count(), 2);
 }
