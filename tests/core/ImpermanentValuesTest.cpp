@@ -4,7 +4,6 @@
 #include "core/PreferenceStore.h"
 #include "core/PropertyList.h"
 #include "core/RecordingScheduler.h"
-#include "core/WTUserPreferences.h"
 
 #include <QTemporaryDir>
 #include <QTimeZone>
@@ -51,83 +50,47 @@ protected:
                                    return m_now;
                                }};
 };
-
-using ImpermanentValuesReading = ImpermanentValuesTest;
-using ImpermanentValuesWriting = ImpermanentValuesTest;
-using ImpermanentValuesCulling = ImpermanentValuesTest;
 } // namespace
 
-TEST_F(ImpermanentValuesWriting, AValueIsKeptInItsRecordWithTheTimeOfTheWrite)
+TEST_F(ImpermanentValuesTest, AValueIsKeptWithTheTimeOfItsLastChange)
 {
     m_values.setImpermanentValue(1024, kKey, kArchive);
+    m_values.setImpermanentValue(2, QStringLiteral("kept"), kArchive);
     EXPECT_TRUE(PropertyList::isEqual(m_values.impermanentValueForKey(kKey, kArchive), 1024));
     EXPECT_EQ(stamp(kArchive), m_now);
     EXPECT_FALSE(m_values.impermanentValueForKey(kKey, QStringLiteral("other")).isValid());
     EXPECT_FALSE(m_values.impermanentValueForKey(QStringLiteral("other"), kArchive).isValid());
-    const QVariantMap stored = nextStart();
-    EXPECT_TRUE(PropertyList::isEqual(stored.value(kArchive).toMap().value(kKey), qint64(1024)));
-}
+    EXPECT_TRUE(PropertyList::isEqual(nextStart().value(kArchive).toMap().value(kKey), 1024));
 
-TEST_F(ImpermanentValuesWriting, SettingTheCurrentValueDoesNotRefreshTheTimestamp)
-{
-    m_values.setImpermanentValue(QStringLiteral("v"), kKey, kArchive);
+    // Setting the current value again neither stamps nor writes.
     const QDateTime written = m_now;
-    m_timer.runPending();
     advanceDays(10);
-    m_values.setImpermanentValue(QStringLiteral("v"), kKey, kArchive);
+    m_values.setImpermanentValue(1024, kKey, kArchive);
     EXPECT_EQ(stamp(kArchive), written);
     EXPECT_FALSE(m_preferences.store().hasUnsynchronizedChanges(WTUserPreferences::kMonitorDomain));
-
-    m_values.setImpermanentValue(QStringLiteral("w"), kKey, kArchive);
-    EXPECT_EQ(stamp(kArchive), m_now);
-}
-
-TEST_F(ImpermanentValuesWriting, AnInvalidValueRemovesTheKeyAndStampsTheRecord)
-{
-    m_values.setImpermanentValue(1, kKey, kArchive);
-    m_values.setImpermanentValue(2, QStringLiteral("kept"), kArchive);
-    advanceDays(3);
+    // An invalid value removes the key and stamps the record.
     m_values.setImpermanentValue(QVariant(), kKey, kArchive);
     EXPECT_FALSE(record(kArchive).contains(kKey));
     EXPECT_TRUE(record(kArchive).contains(QStringLiteral("kept")));
     EXPECT_EQ(stamp(kArchive), m_now);
 }
 
-TEST_F(ImpermanentValuesWriting, NameSpacesAreSeparate)
-{
-    const QString space = QStringLiteral("KSStatusMirrors");
-    m_values.setImpermanentValue(1, kKey, kArchive, space);
-    m_values.setImpermanentValue(2, kKey, kArchive);
-    EXPECT_TRUE(PropertyList::isEqual(m_values.impermanentValueForKey(kKey, kArchive, space), 1));
-    EXPECT_TRUE(PropertyList::isEqual(m_values.impermanentValueForKey(kKey, kArchive), 2));
-    EXPECT_TRUE(record(kArchive, space).contains(ImpermanentValues::kTimestampKey));
-}
-
-TEST_F(ImpermanentValuesReading, ARecordLastWritten30DaysAgoIsStampedAgainWhenRead)
-{
-    m_values.setImpermanentValue(QStringLiteral("v"), kKey, kArchive);
-    advanceDays(30);
-    EXPECT_EQ(m_values.impermanentValueForKey(kKey, kArchive).toString(), QStringLiteral("v"));
-    EXPECT_EQ(stamp(kArchive), m_now);
-    EXPECT_EQ(record(kArchive).value(kKey).toString(), QStringLiteral("v"));
-    EXPECT_EQ(
-        nextStart().value(kArchive).toMap().value(ImpermanentValues::kTimestampKey).toDateTime(),
-        m_now);
-}
-
-TEST_F(ImpermanentValuesReading, ARecordWrittenWithinTheLast28DaysIsNotStamped)
+TEST_F(ImpermanentValuesTest, ARecordIsStampedAgainWhenReadOnlyAfter28Days)
 {
     m_values.setImpermanentValue(QStringLiteral("v"), kKey, kArchive);
     const QDateTime written = m_now;
     m_now = m_now.addSecs(ImpermanentValues::kRestampAge);
     EXPECT_EQ(m_values.impermanentValueForKey(kKey, kArchive).toString(), QStringLiteral("v"));
     EXPECT_EQ(stamp(kArchive), written);
-    m_now = m_now.addSecs(1);
-    m_values.impermanentValueForKey(kKey, kArchive);
+    m_now = written.addSecs(30 * kDay);
+    EXPECT_EQ(m_values.impermanentValueForKey(kKey, kArchive).toString(), QStringLiteral("v"));
     EXPECT_EQ(stamp(kArchive), m_now);
+    EXPECT_EQ(
+        nextStart().value(kArchive).toMap().value(ImpermanentValues::kTimestampKey).toDateTime(),
+        m_now);
 }
 
-TEST_F(ImpermanentValuesCulling, RecordsUntouchedFor200DaysGoAtTheNextStart)
+TEST_F(ImpermanentValuesTest, RecordsUntouchedFor200DaysGoAtTheNextStart)
 {
     m_values.setImpermanentValue(1, kKey, QStringLiteral("old"));
     advanceDays(170);
@@ -142,23 +105,18 @@ TEST_F(ImpermanentValuesCulling, RecordsUntouchedFor200DaysGoAtTheNextStart)
     EXPECT_FALSE(stored.contains(QStringLiteral("old")));
     EXPECT_TRUE(stored.contains(QStringLiteral("recent")));
     EXPECT_TRUE(stored.contains(QStringLiteral("unstamped")));
-}
-
-TEST_F(ImpermanentValuesCulling, WithNothingToCullNothingIsWritten)
-{
-    m_values.setImpermanentValue(1, kKey, kArchive);
-    m_preferences.synchronize();
-    advanceDays(181);
+    // With nothing more to cull, nothing is written.
     m_values.cullOrphanedImpermanentValuesInNameSpace(ImpermanentValues::kDefaultNameSpace);
     EXPECT_FALSE(m_preferences.store().hasUnsynchronizedChanges(WTUserPreferences::kMonitorDomain));
-    EXPECT_TRUE(record(kArchive).contains(kKey));
 }
 
-TEST_F(ImpermanentValuesCulling, AnExplicitNameSpaceIsCulledAloneFromTheDefault)
+TEST_F(ImpermanentValuesTest, NameSpacesAreKeptAndCulledApart)
 {
     const QString space = QStringLiteral("KSStatusMirrors");
     m_values.setImpermanentValue(1, kKey, kArchive, space);
-    m_values.setImpermanentValue(1, kKey, kArchive);
+    m_values.setImpermanentValue(2, kKey, kArchive);
+    EXPECT_TRUE(PropertyList::isEqual(m_values.impermanentValueForKey(kKey, kArchive, space), 1));
+    EXPECT_TRUE(PropertyList::isEqual(m_values.impermanentValueForKey(kKey, kArchive), 2));
     advanceDays(200);
     m_values.cullOrphanedImpermanentValuesInNameSpace(space);
     EXPECT_TRUE(record(kArchive, space).isEmpty());

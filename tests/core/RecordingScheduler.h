@@ -14,38 +14,27 @@ public:
     {
         return [this](std::chrono::milliseconds delay, WTUserPreferences::Task task) {
             QMutexLocker locker(&m_mutex);
-            m_delays.append(delay);
+            delays.append(delay);
             m_pending.append(std::move(task));
         };
     }
 
-    qsizetype count() const
-    {
-        QMutexLocker locker(&m_mutex);
-        return m_delays.size();
-    }
-
-    std::chrono::milliseconds delay(qsizetype index) const
-    {
-        QMutexLocker locker(&m_mutex);
-        return m_delays.at(index);
-    }
+    qsizetype count() const { return delays.size(); }
 
     // Runs what is due now, as the timer would when the delay has passed.
     void runPending()
     {
-        QList<WTUserPreferences::Task> due;
-        {
-            QMutexLocker locker(&m_mutex);
-            due.swap(m_pending);
-        }
+        QMutexLocker locker(&m_mutex);
+        const QList<WTUserPreferences::Task> due = std::exchange(m_pending, {});
+        locker.unlock();
         for (const WTUserPreferences::Task& task : due) {
             task();
         }
     }
 
+    QList<std::chrono::milliseconds> delays;
+
 private:
-    mutable QMutex m_mutex;
-    QList<std::chrono::milliseconds> m_delays;
+    QMutex m_mutex;
     QList<WTUserPreferences::Task> m_pending;
 };

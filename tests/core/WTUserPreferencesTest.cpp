@@ -5,17 +5,12 @@
 #include "core/RecordingScheduler.h"
 #include "support/RecordingLogSink.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QLockFile>
 #include <QTemporaryDir>
-#include <QTest>
-#include <QThread>
-#include <atomic>
 #include <gtest/gtest.h>
 #include <memory>
-#include <vector>
 
 namespace {
 using namespace std::chrono_literals;
@@ -43,18 +38,16 @@ protected:
     std::shared_ptr<PreferenceStore> m_store = std::make_shared<PreferenceStore>(folder());
     WTUserPreferences m_preferences{m_store, m_timer.scheduler()};
 };
-
-using WTUserPreferencesWrites = WTUserPreferencesTest;
-using WTUserPreferencesReads = WTUserPreferencesTest;
 } // namespace
 
-TEST_F(WTUserPreferencesWrites, SettingTheStoredValueAnswersNoAndSchedulesNothing)
+TEST_F(WTUserPreferencesTest, SettingTheStoredValueAnswersNoAndSchedulesNothing)
 {
     ASSERT_TRUE(m_preferences.setInteger(5, QStringLiteral("k"), kMonitor));
+    m_preferences.synchronize();
+    EXPECT_TRUE(PropertyList::isEqual(onDisk(QStringLiteral("k"), kMonitor), 5));
     m_timer.runPending();
-    ASSERT_EQ(m_timer.count(), 1);
+    EXPECT_FALSE(m_store->hasUnsynchronizedChanges(kMonitor));
 
-    EXPECT_FALSE(m_preferences.setInteger(5, QStringLiteral("k"), kMonitor));
     EXPECT_FALSE(m_preferences.setValue(5, QStringLiteral("k"), kMonitor));
     EXPECT_FALSE(m_preferences.setValue(QVariant(), QStringLiteral("never set"), kMonitor));
     EXPECT_EQ(m_timer.count(), 1);
@@ -67,61 +60,23 @@ TEST_F(WTUserPreferencesWrites, SettingTheStoredValueAnswersNoAndSchedulesNothin
     EXPECT_FALSE(m_preferences.valueForKey(QStringLiteral("k"), kMonitor).isValid());
 }
 
-TEST_F(WTUserPreferencesWrites, WritesToTwoDomainsAreFlushedTogetherOnceAfterTheDelay)
+TEST_F(WTUserPreferencesTest, WritesToTwoDomainsAreFlushedTogetherOnceAfterTheDelay)
 {
     ASSERT_TRUE(m_preferences.setBool(true, QStringLiteral("first"), kMonitor));
-    ASSERT_EQ(m_timer.count(), 1);
-    EXPECT_EQ(m_timer.delay(0), 2000ms);
     // A second later, within the window: no second flush is scheduled.
     ASSERT_TRUE(m_preferences.setBool(true, QStringLiteral("second"), kClient));
-    EXPECT_EQ(m_timer.count(), 1);
+    EXPECT_EQ(m_timer.delays, QList{2000ms});
     EXPECT_FALSE(QFile::exists(path(kMonitor)));
     EXPECT_FALSE(QFile::exists(path(kClient)));
 
     m_timer.runPending();
     EXPECT_TRUE(PropertyList::isEqual(onDisk(QStringLiteral("first"), kMonitor), true));
     EXPECT_TRUE(PropertyList::isEqual(onDisk(QStringLiteral("second"), kClient), true));
-    EXPECT_EQ(m_timer.count(), 1);
-
     ASSERT_TRUE(m_preferences.setBool(false, QStringLiteral("first"), kMonitor));
-    ASSERT_EQ(m_timer.count(), 2);
-    EXPECT_EQ(m_timer.delay(1), 2000ms);
+    EXPECT_EQ(m_timer.delays, QList({2000ms, 2000ms}));
 }
 
-TEST_F(WTUserPreferencesWrites, SynchronizeAtExitWritesWhatIsStillPending)
-{
-    ASSERT_TRUE(m_preferences.setDouble(0.5, QStringLiteral("k"), kMonitor));
-    m_preferences.synchronize();
-    EXPECT_TRUE(PropertyList::isEqual(onDisk(QStringLiteral("k"), kMonitor), 0.5));
-    // The scheduled flush then finds nothing to do.
-    m_timer.runPending();
-    EXPECT_FALSE(m_store->hasUnsynchronizedChanges(kMonitor));
-}
-
-TEST_F(WTUserPreferencesWrites, WritesFromManyThreadsScheduleOneFlushOfEverything)
-{
-    constexpr int kThreads = 6;
-    constexpr int kCount = 40;
-    std::vector<std::unique_ptr<QThread>> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back(QThread::create([this, t] {
-            const QString& domain = t % 2 == 0 ? kMonitor : kClient;
-            for (int i = 0; i < kCount; ++i) {
-                m_preferences.setInteger(i, QStringLiteral("t%1-%2").arg(t).arg(i), domain);
-            }
-        }));
-        threads.back()->start();
-    }
-    for (const auto& thread : threads) {
-        ASSERT_TRUE(thread->wait(60'000));
-    }
-    EXPECT_EQ(m_timer.count(), 1);
-    m_timer.runPending();
-    EXPECT_EQ(PreferenceStore(folder()).values(kMonitor).size(), kThreads / 2 * kCount);
-    EXPECT_EQ(PreferenceStore(folder()).values(kClient).size(), kThreads / 2 * kCount);
-}
-
-TEST_F(WTUserPreferencesWrites, AFailedFlushIsRetriedByTheNextOne)
+TEST_F(WTUserPreferencesTest, AFailedFlushIsRetriedByTheNextOne)
 {
     RecordingLogSink sink;
     m_store->setLockTimeout(0ms);
@@ -140,66 +95,46 @@ TEST_F(WTUserPreferencesWrites, AFailedFlushIsRetriedByTheNextOne)
     EXPECT_TRUE(PropertyList::isEqual(onDisk(QStringLiteral("k"), kClient), qint64(1)));
 }
 
-TEST_F(WTUserPreferencesWrites, AFlushScheduledForAnObjectNowGoneDoesNothing)
-{
-    RecordingScheduler timer;
-    {
-        WTUserPreferences shortLived(m_store, timer.scheduler());
-        ASSERT_TRUE(shortLived.setInteger(1, QStringLiteral("k"), kMonitor));
-    }
-    timer.runPending();
-    EXPECT_FALSE(QFile::exists(path(kMonitor)));
-}
-
-TEST_F(WTUserPreferencesWrites, TheDefaultSchedulerRunsTheTaskOnTheApplicationThread)
-{
-    std::atomic<QThread*> ranOn{nullptr};
-    std::unique_ptr<QThread> worker(QThread::create([&ranOn] {
-        WTUserPreferences::mainThreadScheduler()(10ms,
-                                                 [&ranOn] { ranOn = QThread::currentThread(); });
-    }));
-    worker->start();
-    ASSERT_TRUE(worker->wait(10'000));
-    ASSERT_TRUE(QTest::qWaitFor([&ranOn] { return ranOn.load() != nullptr; }, 10'000));
-    EXPECT_EQ(ranOn.load(), QCoreApplication::instance()->thread());
-}
-
-TEST_F(WTUserPreferencesReads, TypedReadsConvertOrFallBackToTheDefault)
+TEST_F(WTUserPreferencesTest, TypedReadsConvertClampOrFallBackToTheDefault)
 {
     m_preferences.setValue(QStringLiteral("YES"), QStringLiteral("text yes"), kMonitor);
     m_preferences.setValue(QStringLiteral("soon"), QStringLiteral("text"), kMonitor);
     m_preferences.setDouble(7.75, QStringLiteral("real"), kMonitor);
     m_preferences.setValue(QByteArray("12"), QStringLiteral("data"), kMonitor);
-
+    m_preferences.setInteger(50, QStringLiteral("high"), kMonitor);
+    m_preferences.setInteger(-50, QStringLiteral("low"), kMonitor);
     EXPECT_TRUE(m_preferences.boolForKey(QStringLiteral("text yes"), kMonitor));
     EXPECT_FALSE(m_preferences.boolForKey(QStringLiteral("absent"), kMonitor));
-    EXPECT_TRUE(m_preferences.boolForKey(QStringLiteral("absent"), kMonitor, true));
     EXPECT_TRUE(m_preferences.boolForKey(QStringLiteral("text"), kMonitor, true));
-    EXPECT_EQ(m_preferences.integerForKey(QStringLiteral("real"), kMonitor), 7);
-    EXPECT_EQ(m_preferences.integerForKey(QStringLiteral("absent"), kMonitor), 0);
-    EXPECT_EQ(m_preferences.integerForKey(QStringLiteral("data"), kMonitor, 9), 9);
-    EXPECT_EQ(m_preferences.doubleForKey(QStringLiteral("real"), kMonitor), 7.75);
-    EXPECT_EQ(m_preferences.doubleForKey(QStringLiteral("text"), kMonitor, 2.5), 2.5);
     EXPECT_EQ(m_preferences.valueForKey(QStringLiteral("absent"), kMonitor, 3), QVariant(3));
     EXPECT_EQ(m_preferences.valueForKey(QStringLiteral("text"), kMonitor, 3).toString(),
               QStringLiteral("soon"));
-}
+    EXPECT_EQ(m_preferences.integerForKey(QStringLiteral("absent"), kMonitor), 0);
+    EXPECT_EQ(m_preferences.doubleForKey(QStringLiteral("real"), kMonitor, 2.5), 7.75);
 
-TEST_F(WTUserPreferencesReads, ClampedReadsStayWithinTheRangeDefaultIncluded)
-{
-    m_preferences.setInteger(50, QStringLiteral("high"), kMonitor);
-    m_preferences.setInteger(-50, QStringLiteral("low"), kMonitor);
-    m_preferences.setInteger(5, QStringLiteral("inside"), kMonitor);
-    m_preferences.setValue(QStringLiteral("many"), QStringLiteral("text"), kMonitor);
-
-    EXPECT_EQ(m_preferences.integerForKey(QStringLiteral("high"), kMonitor, 3, 1, 10), 10);
-    EXPECT_EQ(m_preferences.integerForKey(QStringLiteral("low"), kMonitor, 3, 1, 10), 1);
-    EXPECT_EQ(m_preferences.integerForKey(QStringLiteral("inside"), kMonitor, 3, 1, 10), 5);
-    EXPECT_EQ(m_preferences.integerForKey(QStringLiteral("absent"), kMonitor, 99, 1, 10), 10);
-    EXPECT_EQ(m_preferences.integerForKey(QStringLiteral("text"), kMonitor, -4, 1, 10), 1);
-
-    EXPECT_EQ(m_preferences.doubleForKey(QStringLiteral("high"), kMonitor, 0.5, 0.0, 1.0), 1.0);
-    EXPECT_EQ(m_preferences.doubleForKey(QStringLiteral("low"), kMonitor, 0.5, 0.0, 1.0), 0.0);
-    EXPECT_EQ(m_preferences.doubleForKey(QStringLiteral("absent"), kMonitor, 0.5, 0.0, 1.0), 0.5);
-    EXPECT_EQ(m_preferences.doubleForKey(QStringLiteral("absent"), kMonitor, 7.0, 0.0, 1.0), 1.0);
+    const struct
+    {
+        const char* key;
+        qint64 fallback, minimum, maximum, expected;
+    } integers[] = {{"real", 0, 0, 100, 7},    {"absent", 0, -9, 9, 0}, {"data", 9, 0, 99, 9},
+                    {"high", 3, 1, 10, 10},    {"low", 3, 1, 10, 1},    {"real", 3, 1, 10, 7},
+                    {"absent", 99, 1, 10, 10}, {"text", -4, 1, 10, 1}};
+    for (const auto& row : integers) {
+        EXPECT_EQ(m_preferences.integerForKey(QString::fromLatin1(row.key), kMonitor, row.fallback,
+                                              row.minimum, row.maximum),
+                  row.expected)
+            << row.key << " " << row.fallback;
+    }
+    const struct
+    {
+        const char* key;
+        double fallback, minimum, maximum, expected;
+    } doubles[] = {{"real", 0, 0, 100, 7.75}, {"text", 2.5, 0, 9, 2.5},   {"high", 0.5, 0, 1, 1},
+                   {"low", 0.5, 0, 1, 0},     {"absent", 0.5, 0, 1, 0.5}, {"absent", 7, 0, 1, 1}};
+    for (const auto& row : doubles) {
+        EXPECT_EQ(m_preferences.doubleForKey(QString::fromLatin1(row.key), kMonitor, row.fallback,
+                                             row.minimum, row.maximum),
+                  row.expected)
+            << row.key << " " << row.fallback;
+    }
 }

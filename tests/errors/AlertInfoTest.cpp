@@ -52,6 +52,33 @@ QStringList buttonTitles(const AlertInfo& info)
     return titles;
 }
 
+KSException named(const char* name, const char* command)
+{
+    return failure(QString::fromLatin1(name), QString::fromLatin1(command));
+}
+
+void expectText(const QString& actual, const char* expected)
+{
+    if (expected) {
+        EXPECT_EQ(actual, QString::fromUtf8(expected));
+    }
+}
+
+using Rule = std::unique_ptr<ContextualAlertInfo> (*)(const Exception*);
+
+// The alert a rule gives: message, buttons ("A,B"), help tag and text; null skips a check.
+void expectAlert(Rule rule, const Exception& exception, const char* message, const char* buttons,
+                 const char* helpTag, const char* informative = nullptr)
+{
+    SCOPED_TRACE(message ? message : informative);
+    const auto info = rule(&exception);
+    ASSERT_NE(info, nullptr);
+    expectText(info->message(), message);
+    expectText(buttonTitles(*info).join(QLatin1Char(',')), buttons);
+    expectText(info->helpTag(), helpTag);
+    expectText(info->informativeText(), informative);
+}
+
 class AlertRules : public ::testing::Test
 {
 protected:
@@ -60,154 +87,81 @@ protected:
 };
 } // namespace
 
-TEST_F(AlertRules, CanceledCaptureShowsCaptureStoppedWithOneOKButton)
+TEST_F(AlertRules, EachRulePicksItsTextsButtonsAndHelp)
 {
-    const KSException cancel = failure(QStringLiteral("Cancel"), QStringLiteral("capture"));
-    const auto info = AlertInfoForCanceledCommand(&cancel);
-    ASSERT_NE(info, nullptr);
-    EXPECT_EQ(info->message(), QStringLiteral("Capture Stopped"));
-    EXPECT_EQ(info->informativeText(),
-              QStringLiteral("The layer created by this capture is incomplete and may be missing "
-                             "items. Use caution when recalling items in this layer."));
-    EXPECT_EQ(info->alertStyle(), AlertTemplate::kWarningStyle);
-    EXPECT_EQ(buttonTitles(*info), QStringList{QStringLiteral("OK")});
-    EXPECT_TRUE(info->helpTag().isEmpty());
-}
-
-TEST_F(AlertRules, CanceledRestoreShowsTheRecallTextsWithItsOwnName)
-{
-    const KSException cancel = failure(QStringLiteral("Cancel"), QStringLiteral("restore"));
-    const auto info = AlertInfoForCanceledCommand(&cancel);
-    ASSERT_NE(info, nullptr);
-    EXPECT_EQ(info->message(), QStringLiteral("Restore Stopped"));
-    EXPECT_EQ(info->informativeText(), QStringLiteral("Some items were not recalled."));
-}
-
-TEST_F(AlertRules, CanceledRuleAnswersOnlyForCancelOfAKnownCommand)
-{
-    const KSException notCanceled = failure(QStringLiteral("IO"), QStringLiteral("capture"));
-    EXPECT_EQ(AlertInfoForCanceledCommand(&notCanceled), nullptr);
-    const KSException unknownCommand = failure(QStringLiteral("Cancel"), QStringLiteral("dump"));
-    EXPECT_EQ(AlertInfoForCanceledCommand(&unknownCommand), nullptr);
-    const KSException noCommand = failure(QStringLiteral("Cancel"));
-    EXPECT_EQ(AlertInfoForCanceledCommand(&noCommand), nullptr);
-}
-
-TEST_F(AlertRules, DataFailureWithPermissionDeniedSaysTheArchiveCouldNotBeAccessed)
-{
-    KSException data = failure(QStringLiteral("Data"), QStringLiteral("verify"));
-    data.setPOSIXErr(13);
-    const auto info = AlertInfoForAnyCommand(&data);
-    ASSERT_NE(info, nullptr);
-    EXPECT_EQ(info->message(), QStringLiteral("Verify could not access archive"));
-    EXPECT_EQ(info->informativeText(),
-              QStringLiteral("Verify did not have permission to access the archive. The archive "
-                             "might belong to another user or is locked."));
-    EXPECT_EQ(info->helpTag(), QStringLiteral("trblusearchive"));
-    EXPECT_EQ(info->alertStyle(), AlertTemplate::kCriticalStyle);
-    EXPECT_EQ(buttonTitles(*info), QStringList{QStringLiteral("OK")});
-}
-
-TEST_F(AlertRules, DataFailureFallsBackToTheOSErrorThenToTheExceptionName)
-{
-    KSException osError = failure(QStringLiteral("Data"), QStringLiteral("verify"));
-    osError.setDetail(qint64(-36), QStringLiteral("OSErr"));
-    const auto io = AlertInfoForAnyCommand(&osError);
-    ASSERT_NE(io, nullptr);
-    EXPECT_EQ(io->message(), QStringLiteral("Archive access failure"));
-    EXPECT_EQ(io->actionSet().buttonActions(), (Actions{2, 4}));
-
-    KSException unlisted = failure(QStringLiteral("Data"), QStringLiteral("verify"));
-    unlisted.setPOSIXErr(2);
-    const auto data = AlertInfoForAnyCommand(&unlisted);
-    ASSERT_NE(data, nullptr);
-    EXPECT_EQ(data->message(), QStringLiteral("Verify failed"));
-    EXPECT_EQ(data->helpTag(), QStringLiteral("trblrepair"));
+    const Rule canceled = &AlertInfoForCanceledCommand;
+    const Rule any = &AlertInfoForAnyCommand;
+    expectAlert(canceled, named("Cancel", "capture"), "Capture Stopped", "OK", "",
+                "The layer created by this capture is incomplete and may be missing items. Use "
+                "caution when recalling items in this layer.");
+    expectAlert(canceled, named("Cancel", "restore"), "Restore Stopped", nullptr, nullptr,
+                "Some items were not recalled.");
+    expectAlert(any, named("Data", "verify").setPOSIXErr(13), "Verify could not access archive",
+                "OK", "trblusearchive",
+                "Verify did not have permission to access the archive. The archive might belong "
+                "to another user or is locked.");
+    expectAlert(any, named("Data", "verify").setDetail(qint64(-36), QStringLiteral("OSErr")),
+                "Archive access failure", "Close,Repair", nullptr);
     // Listed as 2, 5, 4; shown in code order.
-    EXPECT_EQ(buttonTitles(*data), (QStringList{QStringLiteral("Close"), QStringLiteral("Repair"),
-                                                QStringLiteral("Open Log")}));
-}
+    expectAlert(any, named("Data", "verify").setPOSIXErr(2), "Verify failed",
+                "Close,Repair,Open Log", "trblrepair");
+    // Error numbers are only consulted for data failures.
+    expectAlert(any, named("IO", "capture").setPOSIXErr(13), nullptr, nullptr, nullptr,
+                "A network or disk error was encountered. See the log for the details.");
+    // An explained missing archive comes before everything else.
+    expectAlert(any,
+                named("Data", "capture")
+                    .setExplanation(QStringLiteral("norep"))
+                    .setPOSIXErr(13)
+                    .setFlag(QStringLiteral(".DataBad")),
+                "Capture could not find archive", "Close", "trblnoarchive");
+    // Damaged data beats a bad index; a flag once set stays set.
+    expectAlert(any,
+                named("IO", "verify")
+                    .setFlag(QStringLiteral(".IndexBad"))
+                    .setFlag(QStringLiteral(".DataBad")),
+                nullptr, "Close,Repair", nullptr,
+                "The archive data is damaged or incomplete. Use the Repair command to recover "
+                "the valid information in the archive.");
+    expectAlert(any,
+                named("IO", "verify")
+                    .setFlag(QStringLiteral(".IndexBad"))
+                    .clearFlag(QStringLiteral(".IndexBad")),
+                nullptr, "Close,Reindex", nullptr,
+                "The index of the archive is incorrect and needs to be recreated.");
+    expectAlert(&AlertInfoForFileException,
+                named("Info", "capture").setExplanation(QStringLiteral("iffycapture")),
+                "Capture encountered problems", "OK,Open Log", "captureissues");
+    const KSException cancel = named("Cancel", "capture");
+    EXPECT_EQ(AlertInfoForCanceledCommand(&cancel)->alertStyle(), AlertTemplate::kWarningStyle);
+    const KSException data = named("Data", "verify").setPOSIXErr(13);
+    EXPECT_EQ(AlertInfoForAnyCommand(&data)->alertStyle(), AlertTemplate::kCriticalStyle);
 
-TEST_F(AlertRules, ErrorNumbersAreOnlyConsultedForDataFailures)
-{
-    KSException io = failure(QStringLiteral("IO"), QStringLiteral("capture"));
-    io.setPOSIXErr(13);
-    const auto info = AlertInfoForAnyCommand(&io);
-    ASSERT_NE(info, nullptr);
-    EXPECT_EQ(info->informativeText(),
-              QStringLiteral("A network or disk error was encountered. See the log for the "
-                             "details."));
-}
-
-TEST_F(AlertRules, ExplainedMissingArchiveComesBeforeEverythingElse)
-{
-    KSException data = failure(QStringLiteral("Data"), QStringLiteral("capture"));
-    data.setExplanation(QStringLiteral("norep"))
-        .setPOSIXErr(13)
-        .setFlag(QStringLiteral(".DataBad"));
-    const auto info = AlertInfoForAnyCommand(&data);
-    ASSERT_NE(info, nullptr);
-    EXPECT_EQ(info->message(), QStringLiteral("Capture could not find archive"));
-    EXPECT_EQ(info->helpTag(), QStringLiteral("trblnoarchive"));
-    EXPECT_EQ(buttonTitles(*info), QStringList{QStringLiteral("Close")});
-}
-
-TEST_F(AlertRules, UnrecognisedFailureIsAnInternalError)
-{
+    // Without ".Command" the placeholder takes the generic word.
     const KSException bug = failure(QStringLiteral("Bug"));
-    const auto info = AlertInfoForAnyCommand(&bug);
-    ASSERT_NE(info, nullptr);
-    // No ".Command": the placeholder takes the generic word.
-    EXPECT_EQ(info->message(), QStringLiteral("Command failed"));
-    EXPECT_EQ(info->informativeText(),
-              QStringLiteral("An internal program error occurred. Review the log for the details. "
-                             "Please report this problem to the developer."));
-    EXPECT_EQ(buttonTitles(*info),
-              (QStringList{QStringLiteral("Close"), QStringLiteral("Open Log")}));
-
+    const char* const internal = "An internal program error occurred. Review the log for the "
+                                 "details. Please report this problem to the developer.";
+    expectAlert(any, bug, "Command failed", "Close,Open Log", nullptr, internal);
     const Exception foreign(QStringLiteral("Data"), QStringLiteral("from a library"),
                             {{QStringLiteral(".Explain"), QStringLiteral("norep")}});
-    const auto foreignInfo = AlertInfoForAnyCommand(&foreign);
-    ASSERT_NE(foreignInfo, nullptr);
-    EXPECT_EQ(foreignInfo->informativeText(), info->informativeText());
-    EXPECT_EQ(foreignInfo->context().value(QStringLiteral("ExceptionReason")).toString(),
+    expectAlert(any, foreign, nullptr, nullptr, nullptr, internal);
+    EXPECT_EQ(AlertInfoForAnyCommand(&foreign)
+                  ->context()
+                  .value(QStringLiteral("ExceptionReason"))
+                  .toString(),
               QStringLiteral("from a library"));
 }
 
-TEST_F(AlertRules, DamagedDataBeatsBadIndexAndAFlagOnceSetStaysSet)
+TEST_F(AlertRules, RulesThatDoNotApplyAnswerNothing)
 {
-    KSException both = failure(QStringLiteral("IO"), QStringLiteral("verify"));
-    both.setFlag(QStringLiteral(".IndexBad")).setFlag(QStringLiteral(".DataBad"));
-    const auto damaged = AlertInfoForAnyCommand(&both);
-    ASSERT_NE(damaged, nullptr);
-    EXPECT_EQ(buttonTitles(*damaged),
-              (QStringList{QStringLiteral("Close"), QStringLiteral("Repair")}));
-    EXPECT_EQ(damaged->informativeText(),
-              QStringLiteral("The archive data is damaged or incomplete. Use the Repair command to "
-                             "recover the valid information in the archive."));
-
-    KSException cleared = failure(QStringLiteral("IO"), QStringLiteral("verify"));
-    cleared.setFlag(QStringLiteral(".IndexBad")).clearFlag(QStringLiteral(".IndexBad"));
-    const auto index = AlertInfoForAnyCommand(&cleared);
-    ASSERT_NE(index, nullptr);
-    EXPECT_EQ(index->informativeText(),
-              QStringLiteral("The index of the archive is incorrect and needs to be recreated."));
-    EXPECT_EQ(buttonTitles(*index),
-              (QStringList{QStringLiteral("Close"), QStringLiteral("Reindex")}));
-}
-
-TEST_F(AlertRules, FileExceptionIsLookedUpByItsExplanation)
-{
-    KSException iffy = failure(QStringLiteral("Info"), QStringLiteral("capture"));
-    iffy.setExplanation(QStringLiteral("iffycapture"));
-    const auto info = AlertInfoForFileException(&iffy);
-    ASSERT_NE(info, nullptr);
-    EXPECT_EQ(info->message(), QStringLiteral("Capture encountered problems"));
-    EXPECT_EQ(info->helpTag(), QStringLiteral("captureissues"));
-    EXPECT_EQ(buttonTitles(*info), (QStringList{QStringLiteral("OK"), QStringLiteral("Open Log")}));
-
     KSException archiveProblem = failure(QStringLiteral("IO"), QStringLiteral("capture"));
     archiveProblem.setExplanation(QStringLiteral("norep"));
+    // Cancel rule: only for a cancel of a known command; file rule: only for file explanations.
+    for (const KSException& canceled : {failure(QStringLiteral("IO"), QStringLiteral("capture")),
+                                        failure(QStringLiteral("Cancel"), QStringLiteral("dump")),
+                                        failure(QStringLiteral("Cancel"))}) {
+        EXPECT_EQ(AlertInfoForCanceledCommand(&canceled), nullptr) << canceled.name().toStdString();
+    }
     EXPECT_EQ(AlertInfoForFileException(&archiveProblem), nullptr);
     const KSException unexplained = failure(QStringLiteral("IO"), QStringLiteral("capture"));
     EXPECT_EQ(AlertInfoForFileException(&unexplained), nullptr);
@@ -225,12 +179,7 @@ TEST_F(AlertRules, ExpectedVersionIsFilledIn)
 
 TEST_F(AlertRules, NullExceptionsAreProgrammingErrors)
 {
-    try {
-        AlertInfoForCanceledCommand(nullptr);
-        FAIL() << "no assertion";
-    } catch (const std::logic_error& error) {
-        EXPECT_STREQ(error.what(), "cancelException!=nil");
-    }
+    EXPECT_THROW(AlertInfoForCanceledCommand(nullptr), std::logic_error);
     EXPECT_THROW(AlertInfoForAnyCommand(nullptr), std::logic_error);
     EXPECT_THROW(AlertInfoForFileException(nullptr), std::logic_error);
 }
@@ -242,6 +191,11 @@ TEST(AlertContext, IsTheUserInfoWithNamesAndDefaults)
     exception.setStrPath(QStringLiteral("/tmp/a b"));
     const QVariantMap context = ContextualAlertInfo::contextDictionaryFromException(exception);
     ContextualAlertInfo::setCommandNamer(nullptr);
+    // Without command names every command is "Command".
+    EXPECT_EQ(ContextualAlertInfo::contextDictionaryFromException(exception)
+                  .value(QStringLiteral("Command"))
+                  .toString(),
+              QStringLiteral("Command"));
 
     EXPECT_EQ(context.value(QStringLiteral("Command")).toString(), QStringLiteral("Restore"));
     EXPECT_EQ(context.value(QStringLiteral(".Command")).toString(), QStringLiteral("restore"));
@@ -256,14 +210,6 @@ TEST(AlertContext, IsTheUserInfoWithNamesAndDefaults)
                   .value(QStringLiteral("OSErr"))
                   .toLongLong(),
               -5000);
-}
-
-TEST(AlertContext, WithoutCommandNamesEveryCommandIsCommand)
-{
-    const KSException cancel = failure(QStringLiteral("Cancel"), QStringLiteral("restore"));
-    const auto info = AlertInfoForCanceledCommand(&cancel);
-    ASSERT_NE(info, nullptr);
-    EXPECT_EQ(info->message(), QStringLiteral("Command Stopped"));
 }
 
 TEST(AlertPlaceholders, EachIsReplacedOnceAndUnknownOnesStay)
@@ -292,52 +238,43 @@ TEST(AlertPlaceholders, ContextualTextsFollowTheContextSetLater)
         info->informativeText().startsWith(QStringLiteral("Merge did not have permission")));
 }
 
-TEST(StoredFailureSummary, CanceledExplanationsUseTheCanceledTable)
+TEST(StoredFailureSummary, CanceledThenArchiveThenFileTablesThenFlagsThenName)
 {
-    const auto info = AlertInfoForFailureSummary(
-        {{QStringLiteral(".Explain"), QStringLiteral("canceled_restore")}});
-    ASSERT_NE(info, nullptr);
-    // No context: the placeholder waits for one.
-    EXPECT_EQ(info->message(), QStringLiteral("{Command} Stopped"));
-
-    const auto unknown =
-        AlertInfoForFailureSummary({{QStringLiteral(".Explain"), QStringLiteral("canceled_norep")},
-                                    {QStringLiteral(".Exception"), QStringLiteral("Memory")}});
-    ASSERT_NE(unknown, nullptr);
-    EXPECT_EQ(unknown->message(), QStringLiteral("{Command} ran out of memory"));
-}
-
-TEST(StoredFailureSummary, ArchiveThenFileTablesThenFlagsThenName)
-{
-    const auto archive =
-        AlertInfoForFailureSummary({{QStringLiteral(".Explain"), QStringLiteral("nokey")},
-                                    {QStringLiteral(".DataBad"), true}});
-    ASSERT_NE(archive, nullptr);
-    EXPECT_EQ(archive->message(), QStringLiteral("Cannot access encrypted archive"));
-
-    const auto file =
-        AlertInfoForFailureSummary({{QStringLiteral(".Explain"), QStringLiteral("nullcapture")}});
-    ASSERT_NE(file, nullptr);
-    EXPECT_EQ(file->message(), QStringLiteral("Nothing Captured"));
-    EXPECT_EQ(file->alertStyle(), AlertTemplate::kInformationalStyle);
-
+    const auto entry = [](const char* key, const QVariant& value) {
+        return std::pair(QString::fromLatin1(key), value);
+    };
+    const struct
+    {
+        QVariantMap summary;
+        const char* message; // null: no alert
+    } rows[] = {
+        // No context: the placeholder waits for one.
+        {{entry(".Explain", QStringLiteral("canceled_restore"))}, "{Command} Stopped"},
+        {{entry(".Explain", QStringLiteral("canceled_norep")),
+          entry(".Exception", QStringLiteral("Memory"))},
+         "{Command} ran out of memory"},
+        {{entry(".Explain", QStringLiteral("nokey")), entry(".DataBad", true)},
+         "Cannot access encrypted archive"},
+        {{entry(".Explain", QStringLiteral("nullcapture"))}, "Nothing Captured"},
+        {{entry(".Exception", QStringLiteral("Bug"))}, nullptr},
+        {{}, nullptr},
+    };
+    for (const auto& row : rows) {
+        const auto info = AlertInfoForFailureSummary(row.summary);
+        EXPECT_EQ(info ? info->message() : QString(), QString::fromUtf8(row.message));
+    }
+    EXPECT_EQ(AlertInfoForFailureSummary(rows[3].summary)->alertStyle(),
+              AlertTemplate::kInformationalStyle);
     // Unlike an exception's flags, a stored summary's flags are read as booleans.
     const auto index =
-        AlertInfoForFailureSummary({{QStringLiteral(".DataBad"), false},
-                                    {QStringLiteral(".IndexBad"), true},
-                                    {QStringLiteral(".Exception"), QStringLiteral("IO")}});
+        AlertInfoForFailureSummary({entry(".DataBad", false), entry(".IndexBad", true),
+                                    entry(".Exception", QStringLiteral("IO"))});
     ASSERT_NE(index, nullptr);
     EXPECT_EQ(index->actionSet().buttonActions(), (Actions{2, 3}));
-
-    const auto named =
-        AlertInfoForFailureSummary({{QStringLiteral(".DataBad"), false},
-                                    {QStringLiteral(".Exception"), QStringLiteral("IO")}});
+    const auto named = AlertInfoForFailureSummary(
+        {entry(".DataBad", false), entry(".Exception", QStringLiteral("IO"))});
     ASSERT_NE(named, nullptr);
     EXPECT_EQ(named->helpTag(), QStringLiteral("trblioerr"));
-
-    EXPECT_EQ(AlertInfoForFailureSummary({{QStringLiteral(".Exception"), QStringLiteral("Bug")}}),
-              nullptr);
-    EXPECT_EQ(AlertInfoForFailureSummary({}), nullptr);
 }
 
 TEST(AlertTemplateTables, LookupIsExactAndCaseSensitive)
@@ -350,51 +287,23 @@ TEST(AlertTemplateTables, LookupIsExactAndCaseSensitive)
               nullptr);
     EXPECT_EQ(CannedAlertInfo::templateIn(AlertTemplates::archiveAlerts(), QString()), nullptr);
     EXPECT_EQ(CannedAlertInfo::withAlertTemplate(nullptr), nullptr);
-    try {
-        CannedAlertInfo::templateIn({}, QStringLiteral("norep"));
-        FAIL() << "no assertion";
-    } catch (const std::logic_error& error) {
-        EXPECT_STREQ(error.what(), "alertList!=NULL");
-    }
+    EXPECT_THROW(CannedAlertInfo::templateIn({}, QStringLiteral("norep")), std::logic_error);
 }
 
-TEST(AlertTemplateTables, ProductTextsAreKeptAsWritten)
-{
-    const auto* diskFull = CannedAlertInfo::templateIn(AlertTemplates::fileCommandAlerts(),
-                                                       QStringLiteral("diskfull"));
-    ASSERT_NE(diskFull, nullptr);
-    EXPECT_TRUE(diskFull->informativeText.contains(u"deleting unneccessary files"));
-    const auto* overlap = CannedAlertInfo::templateIn(AlertTemplates::fileCommandAlerts(),
-                                                      QStringLiteral("itemsoverlap"));
-    ASSERT_NE(overlap, nullptr);
-    EXPECT_TRUE(overlap->informativeText.contains(u"happened before to the earliest capture"));
-    EXPECT_EQ(overlap->helpTag, u"combineitems");
-
-    const CannedAlertInfo lastResort(AlertTemplates::lastResort());
-    EXPECT_EQ(lastResort.message(), QStringLiteral("{Command} failed"));
-    EXPECT_TRUE(lastResort.informativeText().isEmpty());
-    EXPECT_EQ(buttonTitles(lastResort),
-              (QStringList{QStringLiteral("Close"), QStringLiteral("Open Log")}));
-}
-
-TEST(AlertActionSets, ZeroEndsAListAndIsNeverIncluded)
+TEST(AlertActionSets, ZeroEndsAListAndSetOperationsKeepCodeOrder)
 {
     AlertActionSet set = AlertActionSet::alertActionSetWithActions({5, 2, 0, 4});
-    EXPECT_EQ(set.count(), 2);
-    EXPECT_FALSE(set.includesAction(4));
+    EXPECT_EQ(set.buttonActions(), (Actions{2, 5}));
     set.includeAction(0);
     EXPECT_EQ(set.count(), 2);
-
     const qint32 array[] = {4, 0, 2};
-    const AlertActionSet fromArray{std::span<const qint32>(array)};
-    EXPECT_EQ(fromArray.buttonActions(), (Actions{2, 4}));
-}
+    EXPECT_EQ(AlertActionSet{std::span<const qint32>(array)}.buttonActions(), (Actions{2, 4}));
 
-TEST(AlertActionSets, SetOperations)
-{
-    AlertActionSet set{1, 2, 5};
+    set = AlertActionSet{1, 2, 5};
     set.includeSet(AlertActionSet{7, 3});
     EXPECT_EQ(set.buttonActions(), (Actions{1, 2, 3, 5, 7}));
+    const QRegularExpression pattern(QStringLiteral("^AlertActionSet<0x[0-9a-f]+>\\(1-3,5,7\\)$"));
+    EXPECT_TRUE(pattern.match(set.description()).hasMatch()) << set.description().toStdString();
     set.excludeSet(AlertActionSet{1, 7});
     set.excludeAction(3);
     EXPECT_EQ(set.buttonActions(), (Actions{2, 5}));
@@ -404,23 +313,7 @@ TEST(AlertActionSets, SetOperations)
     set.includeAction(12);
     EXPECT_TRUE(set.includesAction(12));
     EXPECT_EQ(set.buttonActions(), Actions{5});
-}
-
-TEST(AlertActionSets, TitlesAndDescription)
-{
-    const QStringList expected{QStringLiteral("OK"),        QStringLiteral("Close"),
-                               QStringLiteral("Reindex"),   QStringLiteral("Repair"),
-                               QStringLiteral("Open Log"),  QStringLiteral("Recover Key"),
-                               QStringLiteral("Import Key")};
-    for (qint32 code = 1; code <= 7; ++code) {
-        EXPECT_EQ(AlertActionSet::descriptionForAction(code), expected.at(code - 1));
-    }
-    EXPECT_TRUE(AlertActionSet::descriptionForAction(0).isEmpty());
     EXPECT_TRUE(AlertActionSet::descriptionForAction(8).isEmpty());
-
-    const AlertActionSet set{1, 2, 3, 5, 7};
-    const QRegularExpression pattern(QStringLiteral("^AlertActionSet<0x[0-9a-f]+>\\(1-3,5,7\\)$"));
-    EXPECT_TRUE(pattern.match(set.description()).hasMatch()) << set.description().toStdString();
 }
 
 TEST(AlertErrorObject, CarriesTextsButtonsAndTheAlert)
@@ -434,7 +327,6 @@ TEST(AlertErrorObject, CarriesTextsButtonsAndTheAlert)
                      {Error::kLocalizedDescriptionKey, QStringLiteral("replaced")}});
 
     EXPECT_EQ(error.domain(), QStringLiteral("KestromErrorDomain"));
-    EXPECT_EQ(error.code(), 0);
     EXPECT_EQ(error.localizedDescription(), QStringLiteral("Verify failed"));
     EXPECT_EQ(error.localizedRecoverySuggestion(), info.informativeText());
     EXPECT_EQ(error.localizedRecoveryOptions(),
@@ -448,8 +340,6 @@ TEST(AlertErrorObject, CarriesTextsButtonsAndTheAlert)
                              .value(QStringLiteral("KSAlertInfo"))
                              .value<std::shared_ptr<const AlertInfo>>();
     ASSERT_NE(carried, nullptr);
-    EXPECT_NE(carried.get(), &info);
-    EXPECT_EQ(carried->message(), QStringLiteral("Verify failed"));
     EXPECT_EQ(carried->helpTag(), QStringLiteral("trblrepair"));
 }
 

@@ -91,35 +91,20 @@ TEST(ProtocolCatalogueFiles, EveryProtocolOfTheTreeHasExactlyOneFile)
     }
 }
 
-TEST(ProtocolCatalogueFiles, MembersComeFromTheFiles)
+TEST(ProtocolCatalogueCommands, CommandNamesMapThroughTheTableElseToThePlainProtocol)
 {
-    EXPECT_EQ(ProtocolCatalogue::ownMembersOf(QStringLiteral("KSComponentMessaging")),
-              QStringList{QStringLiteral("barrierWithCompletion")});
-    EXPECT_TRUE(ProtocolCatalogue::ownMembersOf(QStringLiteral("KSComponentServing")).isEmpty());
-    EXPECT_EQ(ProtocolCatalogue::ownMembersOf(QStringLiteral("CompactCommandMessaging")),
-              (QStringList{QStringLiteral("queryMinimumFreeRatioWithReply"),
-                           QStringLiteral("setMinimumFreeRatio")}));
-    EXPECT_EQ(ProtocolCatalogue::ownMembersOf(QStringLiteral("CommandMessaging")).size(), 34);
-}
-
-TEST(ProtocolCatalogueCommands, NamesOutsideTheTableSpeakThePlainCommandProtocol)
-{
-    EXPECT_EQ(ProtocolCatalogue::protocolForCommandName(QStringLiteral("open")),
-              QStringLiteral("CommandMessaging"));
-    EXPECT_EQ(ProtocolCatalogue::protocolForCommandName(QStringLiteral("Capture")),
-              QStringLiteral("CommandMessaging"));
-    EXPECT_EQ(ProtocolCatalogue::protocolForCommandName(QString()),
-              QStringLiteral("CommandMessaging"));
-}
-
-TEST(ProtocolCatalogueCommands, DeleteAndEraseCrossOver)
-{
-    EXPECT_EQ(ProtocolCatalogue::protocolForCommandName(QStringLiteral("delete")),
-              QStringLiteral("RepositoryCommandMessaging"));
-    EXPECT_EQ(ProtocolCatalogue::protocolForCommandName(QStringLiteral("erase")),
-              QStringLiteral("DeleteItemCommandMessaging"));
-    EXPECT_EQ(ProtocolCatalogue::protocolForCommandName(QStringLiteral("correction")),
-              QStringLiteral("CorrectionCommandMessaging"));
+    const std::pair<const char*, const char*> cases[] = {
+        {"open", "CommandMessaging"},
+        {"Capture", "CommandMessaging"},
+        {"", "CommandMessaging"},
+        {"delete", "RepositoryCommandMessaging"},
+        {"erase", "DeleteItemCommandMessaging"},
+        {"correction", "CorrectionCommandMessaging"}};
+    for (const auto& [name, protocol] : cases) {
+        EXPECT_EQ(ProtocolCatalogue::protocolForCommandName(QString::fromLatin1(name)),
+                  QString::fromLatin1(protocol))
+            << name;
+    }
 }
 
 TEST(ProtocolCatalogueCommands, OnlyProxiesWhoseChainAddsAMemberOfferIt)
@@ -156,30 +141,15 @@ TEST(ProtocolCatalogueTree, RecallReachesEveryAncestorOnceNearestFirst)
     EXPECT_EQ(chain, expected);
 }
 
-TEST(ProtocolCatalogueTree, SharedAncestorsAppearOnce)
+TEST(ProtocolCatalogueTree, SharedAncestorsAppearOnceAndUnknownProtocolsHaveNone)
 {
     const QStringList chain = ProtocolCatalogue::chainOf(QStringLiteral("StromMonitoring"));
     EXPECT_EQ(chain.size(), 6);
     EXPECT_EQ(chain.count(QStringLiteral("KSComponentServing")), 1);
     EXPECT_TRUE(chain.contains(QStringLiteral("CommandListenerServiceProvider")));
-    EXPECT_TRUE(ProtocolCatalogue::declares(QStringLiteral("StromScheduling"),
-                                            QStringLiteral("queryListenerForCommandIdentifier")));
-    EXPECT_EQ(
-        ProtocolCatalogue::chainOf(QStringLiteral("StromSwitchboarding_private")),
-        (QStringList{QStringLiteral("StromSwitchboarding_private"),
-                     QStringLiteral("StromSwitchboarding"), QStringLiteral("KSComponentServing"),
-                     QStringLiteral("KSComponentMessaging"),
-                     QStringLiteral("KSComponentInstalling")}));
-}
-
-TEST(ProtocolCatalogueTree, UnknownProtocolsHaveNoChainAndNoMembers)
-{
     const QString unknown = QStringLiteral("NoSuchMessaging");
     EXPECT_TRUE(ProtocolCatalogue::chainOf(unknown).isEmpty());
-    EXPECT_TRUE(ProtocolCatalogue::parentsOf(unknown).isEmpty());
     EXPECT_FALSE(ProtocolCatalogue::declares(unknown, QStringLiteral("barrierWithCompletion")));
-    EXPECT_EQ(ProtocolCatalogue::interfaceName(QStringLiteral("CommandMessaging")),
-              QStringLiteral("com.kestrom.CommandMessaging"));
 }
 
 TEST(ProtocolCatalogueClasses, ObjectArgumentsAcceptTheirDeclaredClassOnly)
@@ -190,13 +160,6 @@ TEST(ProtocolCatalogueClasses, ObjectArgumentsAcceptTheirDeclaredClassOnly)
     EXPECT_EQ(ProtocolCatalogue::allowedClassesFor(QStringLiteral("MergeCommandMessaging"),
                                                    QStringLiteral("setRetainDeletedItemsDate"), 0),
               setOf({KeyedArchive::kDate}));
-    EXPECT_EQ(ProtocolCatalogue::allowedClassesFor(QStringLiteral("RecallCommandMessaging"),
-                                                   QStringLiteral("setRepositoryRef"), 0),
-              setOf({QStringLiteral("RepositoryReference")}));
-    EXPECT_EQ(ProtocolCatalogue::allowedClassesFor(
-                  QStringLiteral("StromMonitoring"),
-                  QStringLiteral("queryListenerForCommandIdentifier"), 1),
-              setOf({KeyedArchive::kDictionary}));
     // Plain values, missing arguments and members the chain lacks accept no archive.
     EXPECT_TRUE(ProtocolCatalogue::allowedClassesFor(QStringLiteral("DumpCommandMessaging"),
                                                      QStringLiteral("setDumpFlags"), 1)
