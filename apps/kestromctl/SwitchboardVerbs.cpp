@@ -16,7 +16,7 @@
 
 namespace {
 const QStringList kVerbs{QStringLiteral("post"), QStringLiteral("watch"), QStringLiteral("lookup"),
-                         QStringLiteral("ping"), QStringLiteral("serve")};
+                         QStringLiteral("ping"), QStringLiteral("serve"), QStringLiteral("blast")};
 
 void print(const QString& line)
 {
