@@ -4,10 +4,28 @@
 
 #include <QCoreApplication>
 
+namespace {
+MessagingThread* s_instance = nullptr;
+
+// The thread stops with the application object, before static destructors run: otherwise it
+// would go on handling messages while the process tears down what it uses.
+void stopMessagingThread()
+{
+    if (s_instance != nullptr) {
+        s_instance->thread()->quit();
+        s_instance->thread()->wait();
+    }
+}
+} // namespace
+
 MessagingThread& MessagingThread::instance()
 {
     // Lives until the process ends, as the bus connection it serves.
-    static auto* messaging = new MessagingThread;
+    static auto* messaging = [] {
+        s_instance = new MessagingThread;
+        qAddPostRoutine(stopMessagingThread);
+        return s_instance;
+    }();
     return *messaging;
 }
 
@@ -40,7 +58,8 @@ void MessagingThread::post(std::function<void()> work) const
 
 void MessagingThread::runAndWait(std::function<void()> work) const
 {
-    if (isCurrent()) {
+    // Once the thread has stopped (the process is ending), nothing else runs there.
+    if (isCurrent() || !m_thread.isRunning()) {
         work();
         return;
     }

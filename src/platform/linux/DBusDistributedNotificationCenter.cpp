@@ -54,14 +54,22 @@ void DBusDistributedNotificationCenter::roundTripToBus()
 
 DBusDistributedNotificationCenter::~DBusDistributedNotificationCenter()
 {
+    stop();
+    delete m_receiver;
+    QDBusConnection::disconnectFromBus(m_connectionName);
+}
+
+void DBusDistributedNotificationCenter::stop()
+{
+    if (!m_thread.isRunning()) {
+        return;
+    }
     if (m_connection.isConnected()) {
         m_connection.disconnect(QString(), kPath, kInterface, kSignal, m_receiver,
                                 SLOT(posted(QString, QString)));
     }
     m_thread.quit();
     m_thread.wait();
-    delete m_receiver;
-    QDBusConnection::disconnectFromBus(m_connectionName);
 }
 
 bool DBusDistributedNotificationCenter::isConnected() const

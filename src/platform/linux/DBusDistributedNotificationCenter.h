@@ -26,6 +26,8 @@ public:
     DBusDistributedNotificationCenter& operator=(const DBusDistributedNotificationCenter&) = delete;
 
     bool isConnected() const;
+    // No notification is observed after this; posting still works.
+    void stop();
     void postNotification(const QString& name, const QString& object) override;
     int addObserver(const QString& name, const QString& object, Observer observer) override;
     void removeObserver(int token) override;
