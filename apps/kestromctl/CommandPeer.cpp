@@ -3,7 +3,6 @@
 #include "CommandPeerServer.h"
 #include "MessageFlood.h"
 #include "errors/KSException.h"
-#include "foundation/KeyedArchive.h"
 #include "messaging/KSConnectionServiceSingleton.h"
 #include "messaging/KSPublishedConnection.h"
 #include "messaging/KSSwitchboardConnection.h"
@@ -26,12 +25,6 @@ void say(const QString& line)
 {
     std::fprintf(stdout, "%s\n", line.toLocal8Bit().constData());
     std::fflush(stdout);
-}
-
-QByteArray archive(const QVariantMap& dictionary)
-{
-    return KeyedArchive::archivedData(
-        SerializableDictionaryAdditions::dictionaryEncodingNonSerializableObjects(dictionary));
 }
 
 QByteArray iconPixels(int side)
@@ -81,9 +74,9 @@ int CommandPeer::exec()
     m_listener->send(kListenerInterface, QStringLiteral("commandStarted"), {});
     say(QStringLiteral("%1 %2 started").arg(m_options.name, m_options.identifier));
     if (m_options.scenario == QStringLiteral("flood")) {
-        const auto result =
-            MessageFlood::run(*m_listener, kListenerInterface, QStringLiteral("progressUpdate"),
-                              {archive(progressFor(1))}, m_options.steps);
+        const auto result = MessageFlood::run(
+            *m_listener, kListenerInterface, QStringLiteral("progressUpdate"),
+            {SerializableDictionaryAdditions::archivedDictionary(progressFor(1))}, m_options.steps);
         say(MessageFlood::describe(QStringLiteral("progress to the monitor"), result));
         m_step = m_options.steps;
     }
@@ -97,13 +90,14 @@ bool CommandPeer::connectToMonitor()
     const QVariantMap info{{QStringLiteral("name"), m_options.name}};
     const bool answered =
         KSConnection::monitorConnection()->performSynchronousBlock([&](const RemoteProxy& monitor) {
-            monitor.call(QStringLiteral("com.kestrom.CommandListenerServiceProvider"),
-                         QStringLiteral("queryListenerForCommandIdentifier"),
-                         {m_options.identifier, archive(info)},
-                         [answer](const QDBusMessage& reply) {
-                             answer->first = qdbus_cast<Endpoint>(reply.arguments().value(0));
-                             answer->second = reply.arguments().value(1).toUInt();
-                         });
+            monitor.call(
+                QStringLiteral("com.kestrom.CommandListenerServiceProvider"),
+                QStringLiteral("queryListenerForCommandIdentifier"),
+                {m_options.identifier, SerializableDictionaryAdditions::archivedDictionary(info)},
+                [answer](const QDBusMessage& reply) {
+                    answer->first = qdbus_cast<Endpoint>(reply.arguments().value(0));
+                    answer->second = reply.arguments().value(1).toUInt();
+                });
         });
     if (!answered) {
         std::fprintf(stderr, "kestromctl: cannot reach the monitor\n");
@@ -239,7 +233,8 @@ QVariantMap CommandPeer::progressFor(int step) const
 
 void CommandPeer::send(const QVariantMap& progress)
 {
-    m_listener->send(kListenerInterface, QStringLiteral("progressUpdate"), {archive(progress)});
+    m_listener->send(kListenerInterface, QStringLiteral("progressUpdate"),
+                     {SerializableDictionaryAdditions::archivedDictionary(progress)});
 }
 
 void CommandPeer::finish(const std::optional<KSException>& failure)

@@ -267,7 +267,7 @@ bool MonitorApplicationDelegate::setComponentPreferenceValue(const QVariant& val
         return WTUserPreferences::sharedPreferences().setValue(value, key,
                                                                WTUserPreferences::kMonitorDomain);
     }
-    MainQueue::dispatchMainSync([this, &property, &value] { setProperty(property, value); });
+    setProperty(property, value);
     return true;
 }
 

@@ -70,7 +70,8 @@ public:
     QByteArray repositoriesForItems(const QByteArray& items) const;
     void setUserNotificationForType(int type, bool enabled);
     bool enabledUserNotificationForType(int type) const;
-    // Any thread: mapped keys are set on the main thread, the others stored at once.
+    // The monitor's own settings (mapped keys) on the main thread only, so that the setters'
+    // side effects run there; any other key from any thread.
     bool setComponentPreferenceValue(const QVariant& value, const QString& key);
     QVariant componentPreferenceForKey(const QString& key) const;
     ActivityWindow& activityWindow() { return *m_activityWindow; }

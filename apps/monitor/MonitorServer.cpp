@@ -3,8 +3,8 @@
 #include "KSComponentInstallingAdaptor.h"
 #include "KSComponentPreferencingAdaptor.h"
 #include "MonitorApplicationDelegate.h"
+#include "MonitorListenerProviderAdaptor.h"
 #include "StromMonitoringAdaptor.h"
-#include "core/WTUserPreferences.h"
 #include "errors/KSException.h"
 #include "foundation/KeyedArchive.h"
 #include "foundation/MainQueue.h"
@@ -14,6 +14,13 @@
 #include "tracking/CommandListenerService.h"
 
 namespace {
+void logUndecodable(const char* what, const KSException& failure)
+{
+    const LogLine line =
+        Logger::log(4, QStringLiteral("undecodable %1 from a peer").arg(QString::fromLatin1(what)));
+    Logger::log(7, line, failure);
+}
+
 QVariant decodeOrNothing(const QByteArray& data, const char* what)
 {
     if (data.isEmpty()) {
@@ -22,9 +29,7 @@ QVariant decodeOrNothing(const QByteArray& data, const char* what)
     try {
         return KeyedArchive::unarchivedObject(data, KeyedArchive::propertyListClasses());
     } catch (const KSException& failure) {
-        const LogLine line = Logger::log(
-            4, QStringLiteral("undecodable %1 from a peer").arg(QString::fromLatin1(what)));
-        Logger::log(7, line, failure);
+        logUndecodable(what, failure);
         return {};
     }
 }
@@ -114,8 +119,7 @@ bool MonitorServer::setComponentPreferenceValue(const QByteArray& data, const QS
 {
     const QVariant value = decodeOrNothing(data, "preference value");
     if (!MonitorApplicationDelegate::componentPreferenceProperties().contains(key)) {
-        return WTUserPreferences::sharedPreferences().setValue(value, key,
-                                                               WTUserPreferences::kMonitorDomain);
+        return m_delegate->setComponentPreferenceValue(value, key);
     }
     // A setting of the monitor's own: set where its side effects and observers live.
     replyFromMainThread([this, value, key] {
@@ -127,9 +131,12 @@ bool MonitorServer::setComponentPreferenceValue(const QByteArray& data, const QS
 void MonitorServer::queryListenerForCommandIdentifier(const QString& identifier,
                                                       const QByteArray& info)
 {
-    const QVariantMap details =
-        SerializableDictionaryAdditions::dictionaryDecodingSerializableObjects(
-            decodeOrNothing(info, "command info").toMap());
+    QVariantMap details;
+    try {
+        details = SerializableDictionaryAdditions::dictionaryFromArchive(info);
+    } catch (const KSException& failure) {
+        logUndecodable("command info", failure);
+    }
     replyFromMainThread([identifier, details] {
         const auto listener = CommandListenerService::sharedService().listenerForCommandIdentifier(
             identifier, details);
@@ -138,15 +145,4 @@ void MonitorServer::queryListenerForCommandIdentifier(const QString& identifier,
         }
         return QVariantList{QVariant::fromValue(listener->endpoint()), listener->roles()};
     });
-}
-
-MonitorListenerProviderAdaptor::MonitorListenerProviderAdaptor(MonitorServer* server)
-    : QDBusAbstractAdaptor(server)
-    , m_server(server)
-{}
-
-void MonitorListenerProviderAdaptor::queryListenerForCommandIdentifier(const QString& identifier,
-                                                                       const QByteArray& info)
-{
-    m_server->queryListenerForCommandIdentifier(identifier, info);
 }

@@ -3,7 +3,6 @@
 #include "messaging/Endpoint.h"
 #include "messaging/ServedObject.h"
 
-#include <QDBusAbstractAdaptor>
 #include <QDBusMessage>
 
 class MonitorApplicationDelegate;
@@ -41,19 +40,4 @@ public:
 
 private:
     MonitorApplicationDelegate* m_delegate;
-};
-
-class MonitorListenerProviderAdaptor : public QDBusAbstractAdaptor
-{
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "com.kestrom.CommandListenerServiceProvider")
-public:
-    explicit MonitorListenerProviderAdaptor(MonitorServer* server);
-
-public Q_SLOTS:
-    // The reply ((so) listener, u roles) is sent later, from the main thread.
-    void queryListenerForCommandIdentifier(const QString& identifier, const QByteArray& info);
-
-private:
-    MonitorServer* m_server;
 };

@@ -5,8 +5,8 @@
 #include "StromSwitchboarding_privateAdaptor.h"
 #include "logging/Logger.h"
 #include "messaging/MessagingThread.h"
+#include "messaging/SerializableDictionaryAdditions.h"
 #include "messaging/SwitchboardNames.h"
-#include "messaging/SwitchboardSubscriber.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -94,7 +94,7 @@ void SwitchboardHub::announce(const QString& notification, const QString& identi
 {
     postNotificationName(
         notification, SwitchboardNames::kSource,
-        SwitchboardSubscriber::encodeUserInfo({{QStringLiteral("id"), identifier}}));
+        SerializableDictionaryAdditions::archivedDictionary({{QStringLiteral("id"), identifier}}));
 }
 
 void SwitchboardHub::setUser(uint userID)

@@ -1,6 +1,7 @@
 #include "messaging/KSSwitchboardConnection.h"
 
 #include "logging/Logger.h"
+#include "messaging/SerializableDictionaryAdditions.h"
 #include "messaging/SwitchboardNames.h"
 #include "platform/DistributedNotificationCenter.h"
 
@@ -176,7 +177,7 @@ void KSSwitchboardConnection::postNotification(const QString& name, const QStrin
 {
     if (const auto proxy = serviceProxy()) {
         proxy->send(publicInterface(), QStringLiteral("postNotificationName"),
-                    {name, source, SwitchboardSubscriber::encodeUserInfo(info)});
+                    {name, source, SerializableDictionaryAdditions::archivedDictionary(info)});
     }
 }
 

@@ -1,6 +1,6 @@
 #include "messaging/SerializableDictionaryAdditions.h"
 
-#include "errors/Exception.h"
+#include "errors/KSException.h"
 #include "foundation/KeyedArchive.h"
 #include "foundation/LogHook.h"
 #include "foundation/ValueDescription.h"
@@ -157,4 +157,26 @@ SerializableDictionaryAdditions::arrayDecodingSerializedObjects(const QVariantLi
             QStringLiteral("at index %1").arg(i)));
     }
     return result;
+}
+
+QByteArray SerializableDictionaryAdditions::archivedDictionary(const QVariantMap& dictionary)
+{
+    if (dictionary.isEmpty()) {
+        return {};
+    }
+    return KeyedArchive::archivedData(dictionaryEncodingNonSerializableObjects(dictionary));
+}
+
+QVariantMap SerializableDictionaryAdditions::dictionaryFromArchive(const QByteArray& data)
+{
+    if (data.isEmpty()) {
+        return {};
+    }
+    const QVariant decoded =
+        KeyedArchive::unarchivedObject(data, KeyedArchive::propertyListClasses());
+    if (decoded.metaType().id() != QMetaType::QVariantMap) {
+        throw KSException(QStringLiteral("IPC"), QStringLiteral("archive is not a dictionary"))
+            .setDetail(KeyedArchive::classNameOf(decoded), QStringLiteral("Class"));
+    }
+    return dictionaryDecodingSerializableObjects(decoded.toMap());
 }

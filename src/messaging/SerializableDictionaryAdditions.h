@@ -19,4 +19,11 @@ public:
     // Never fails as a whole: data that is not an archive stays as it is, with a log line.
     static QVariantMap dictionaryDecodingSerializableObjects(const QVariantMap& dictionary);
     static QVariantList arrayDecodingSerializedObjects(const QVariantList& array);
+
+    // A dictionary as it crosses the wire (user info, progress updates, command info): a keyed
+    // archive of its encoded form; an empty dictionary is no bytes at all.
+    static QByteArray archivedDictionary(const QVariantMap& dictionary);
+    // The inverse; no bytes give an empty dictionary. Bytes that are not an archive of a
+    // dictionary raise a KSException.
+    static QVariantMap dictionaryFromArchive(const QByteArray& data);
 };

@@ -2,7 +2,6 @@
 
 #include "SwitchboardSubscribingAdaptor.h"
 #include "errors/KSException.h"
-#include "foundation/KeyedArchive.h"
 #include "logging/Logger.h"
 #include "messaging/RemoteProxy.h"
 #include "messaging/SerializableDictionaryAdditions.h"
@@ -63,7 +62,7 @@ void SwitchboardSubscriber::forwardToObserver(const QString& observerID, const Q
     }
     QVariantMap userInfo;
     try {
-        userInfo = decodeUserInfo(info);
+        userInfo = SerializableDictionaryAdditions::dictionaryFromArchive(info);
     } catch (const KSException& failure) {
         const LogLine line = Logger::log(
             4,
@@ -74,23 +73,4 @@ void SwitchboardSubscriber::forwardToObserver(const QString& observerID, const Q
     if (block) {
         block(source, userInfo);
     }
-}
-
-QVariantMap SwitchboardSubscriber::decodeUserInfo(const QByteArray& info)
-{
-    if (info.isEmpty()) {
-        return {};
-    }
-    const QVariant decoded =
-        KeyedArchive::unarchivedObject(info, KeyedArchive::propertyListClasses());
-    return SerializableDictionaryAdditions::dictionaryDecodingSerializableObjects(decoded.toMap());
-}
-
-QByteArray SwitchboardSubscriber::encodeUserInfo(const QVariantMap& info)
-{
-    if (info.isEmpty()) {
-        return {};
-    }
-    return KeyedArchive::archivedData(
-        SerializableDictionaryAdditions::dictionaryEncodingNonSerializableObjects(info));
 }

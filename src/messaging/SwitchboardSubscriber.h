@@ -36,9 +36,6 @@ public:
     Q_INVOKABLE void forwardToObserver(const QString& observerID, const QString& name,
                                        const QString& source, const QByteArray& info);
 
-    static QVariantMap decodeUserInfo(const QByteArray& info);
-    static QByteArray encodeUserInfo(const QVariantMap& info);
-
 private:
     mutable QMutex m_mutex;
     QHash<QString, LocalObserver> m_observers;

@@ -2,7 +2,6 @@
 
 #include "CommandListenerMessagingAdaptor.h"
 #include "errors/KSException.h"
-#include "foundation/KeyedArchive.h"
 #include "foundation/MainQueue.h"
 #include "logging/Logger.h"
 #include "messaging/SerializableDictionaryAdditions.h"
@@ -102,15 +101,5 @@ void CommandListenerEndpoint::commandStoppedWithExceptionData(const QByteArray& 
 
 QVariantMap CommandListenerEndpoint::decodeProgress(const QByteArray& dictionary)
 {
-    if (dictionary.isEmpty()) {
-        return {};
-    }
-    const QVariant decoded =
-        KeyedArchive::unarchivedObject(dictionary, KeyedArchive::propertyListClasses());
-    if (decoded.metaType().id() != QMetaType::QVariantMap) {
-        throw KSException(QStringLiteral("IPC"),
-                          QStringLiteral("progress update is not a dictionary"))
-            .setDetail(KeyedArchive::classNameOf(decoded), QStringLiteral("Class"));
-    }
-    return SerializableDictionaryAdditions::dictionaryDecodingSerializableObjects(decoded.toMap());
+    return SerializableDictionaryAdditions::dictionaryFromArchive(dictionary);
 }

@@ -1,0 +1,14 @@
+#include "MonitorListenerProviderAdaptor.h"
+
+#include "MonitorServer.h"
+
+MonitorListenerProviderAdaptor::MonitorListenerProviderAdaptor(MonitorServer* server)
+    : QDBusAbstractAdaptor(server)
+    , m_server(server)
+{}
+
+void MonitorListenerProviderAdaptor::queryListenerForCommandIdentifier(const QString& identifier,
+                                                                       const QByteArray& info)
+{
+    m_server->queryListenerForCommandIdentifier(identifier, info);
+}

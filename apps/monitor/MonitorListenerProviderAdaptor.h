@@ -1,0 +1,22 @@
+#pragma once
+
+#include <QDBusAbstractAdaptor>
+
+class MonitorServer;
+
+// com.kestrom.CommandListenerServiceProvider by hand: a generated adaptor cannot answer with
+// the two values of its reply.
+class MonitorListenerProviderAdaptor : public QDBusAbstractAdaptor
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "com.kestrom.CommandListenerServiceProvider")
+public:
+    explicit MonitorListenerProviderAdaptor(MonitorServer* server);
+
+public Q_SLOTS:
+    // The reply ((so) listener, u roles) is sent later, from the main thread.
+    void queryListenerForCommandIdentifier(const QString& identifier, const QByteArray& info);
+
+private:
+    MonitorServer* m_server;
+};
