@@ -1,4 +1,5 @@
-#include "errors/KSException.h"
+#include "errors/ExceptionArchive.h"
+#include "exception/KSException.h"
 #include "foundation/KeyedArchive.h"
 #include "messaging/SerializableDictionaryAdditions.h"
 
@@ -74,7 +75,8 @@ void exceptionRoundTrip(benchmark::State& state)
 {
     const KSException exception = sampleException();
     for (auto _ : state) {
-        benchmark::DoNotOptimize(Exception::exceptionFromData(exception.dataForException()));
+        benchmark::DoNotOptimize(
+            ExceptionArchive::exceptionFromData(ExceptionArchive::dataForException(exception)));
     }
 }
 } // namespace

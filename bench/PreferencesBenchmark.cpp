@@ -1,6 +1,6 @@
-#include "core/PreferenceStore.h"
-#include "core/PropertyList.h"
-#include "core/WTUserPreferences.h"
+#include "preferences/PreferenceStore.h"
+#include "preferences/PropertyList.h"
+#include "preferences/WTUserPreferences.h"
 
 #include <QDateTime>
 #include <QFile>

@@ -1,4 +1,5 @@
-#include "errors/KSException.h"
+#include "errors/ExceptionArchive.h"
+#include "exception/KSException.h"
 #include "foundation/KeyedArchive.h"
 #include "messaging/SerializableDictionaryAdditions.h"
 
@@ -19,9 +20,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
     } catch (const KSException&) {
     }
     try {
-        if (const auto exception = Exception::exceptionFromData(data)) {
+        if (const auto exception = ExceptionArchive::exceptionFromData(data)) {
             exception->description();
-            Exception::exceptionFromData(exception->dataForException());
+            ExceptionArchive::exceptionFromData(ExceptionArchive::dataForException(*exception));
         }
     } catch (const KSException&) {
     }

@@ -2,7 +2,8 @@
 
 #include "CommandPeerServer.h"
 #include "MessageFlood.h"
-#include "errors/KSException.h"
+#include "errors/ExceptionArchive.h"
+#include "exception/KSException.h"
 #include "messaging/KSConnectionServiceSingleton.h"
 #include "messaging/KSPublishedConnection.h"
 #include "messaging/KSSwitchboardConnection.h"
@@ -244,7 +245,7 @@ void CommandPeer::finish(const std::optional<KSException>& failure)
         state.running = false;
         state.finished = true;
     });
-    const QByteArray data = failure ? failure->dataForException() : QByteArray();
+    const QByteArray data = failure ? ExceptionArchive::dataForException(*failure) : QByteArray();
     // Waits for the reply: the monitor answers once it has handled the stop.
     m_stopLock->rearmMessageSync();
     const auto lock = m_stopLock;

@@ -1,7 +1,7 @@
 #include "SwitchboardVerbs.h"
 
 #include "MessageFlood.h"
-#include "foundation/ValueDescription.h"
+#include "exception/ValueDescription.h"
 #include "messaging/KSConnectionServiceSingleton.h"
 #include "messaging/KSPublishedConnection.h"
 #include "messaging/KSSwitchboardConnection.h"

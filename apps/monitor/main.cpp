@@ -1,11 +1,8 @@
 // kestrom-monitor: the per-user activity monitor of the product.
-#include "MonitorApplicationDelegate.h"
-#include "errors/ContextualAlertInfo.h"
+#include "MonitorCompositionRoot.h"
 #include "foundation/MainQueue.h"
 #include "logging/Logger.h"
-#include "messaging/ActionRunSummary.h"
 #include "platform/UnixSignalWatcher.h"
-#include "tracking/CommandInfo.h"
 #include "tracking/CommandListenerService.h"
 
 #include <QApplication>
@@ -46,11 +43,9 @@ int main(int argc, char** argv)
     Logger::setApplicationCode(kApplicationCode);
     applyOptions(app);
 
-    // Alerts name commands as the command table does; scheduler replies may carry summaries.
-    ContextualAlertInfo::setCommandNamer(&CommandInfo::humanReadableNameForCommandName);
-    ActionRunSummary::registerArchivableClass();
+    const MonitorCompositionRoot root;
     MonitorApplicationDelegate::initializeClass();
-    MonitorApplicationDelegate delegate({});
+    MonitorApplicationDelegate delegate(root.makeSubsystems());
     MainQueue::dispatchMainAsync([&delegate] { delegate.applicationDidFinishLaunching(); });
 
     UnixSignalWatcher stopSignals({SIGTERM, SIGINT});

@@ -1,7 +1,7 @@
 #include "errors/AlertInfo.h"
 
 #include "errors/AlertTemplate.h"
-#include "errors/Error.h"
+#include "exception/Error.h"
 
 #include <QObject>
 #include <QStringList>

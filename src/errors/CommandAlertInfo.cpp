@@ -1,7 +1,7 @@
 #include "errors/CommandAlertInfo.h"
 
 #include "errors/AlertTemplates.h"
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 
 #include <stdexcept>
 

@@ -1,7 +1,7 @@
 #include "errors/ContextualAlertInfo.h"
 
-#include "errors/Exception.h"
-#include "foundation/ValueDescription.h"
+#include "exception/Exception.h"
+#include "exception/ValueDescription.h"
 
 #include <stdexcept>
 

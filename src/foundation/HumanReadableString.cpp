@@ -1,5 +1,7 @@
 #include "foundation/HumanReadableString.h"
 
+#include "exception/BuildVersion.h"
+
 #include <QLocale>
 #include <QStringList>
 #include <algorithm>
@@ -29,9 +31,6 @@ constexpr UnitName kSecondUnit{QLatin1String("second"), QLatin1String("seconds")
 constexpr quint64 kSecondsPerMinute = 60;
 constexpr quint64 kSecondsPerHour = 3600;
 constexpr quint64 kSecondsPerDay = 86400;
-
-constexpr quint32 kUnknownBuildVersion = 1677721;
-constexpr quint32 kBuildVersionLimit = 0x100000;
 
 quint64 magnitude(qint64 value)
 {
@@ -339,20 +338,7 @@ QString HumanReadableString::stringWithReadableRemainingTime(quint64 seconds, bo
 
 QString HumanReadableString::stringWithReadableBuildVersion(quint32 version)
 {
-    if (version == kUnknownBuildVersion) {
-        return QStringLiteral("unknown");
-    }
-    if (version >= kBuildVersionLimit) {
-        return QStringLiteral("invalid(%1)").arg(QString::number(version, 16).toUpper());
-    }
-    QString text = QStringLiteral("%1.%2.%3")
-                       .arg((version >> 16) & 0xF)
-                       .arg((version >> 12) & 0xF)
-                       .arg((version >> 8) & 0xF);
-    if (const quint32 build = version & 0xFF; build != 0) {
-        text += QStringLiteral("(%1)").arg(build);
-    }
-    return text;
+    return BuildVersion::readableString(version);
 }
 
 QString HumanReadableString::stringWithUTCDateTime(const std::optional<UTCDateTime>& dateTime)

@@ -1,6 +1,6 @@
 #include "foundation/KeyedArchive.h"
 
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 #include "foundation/KeyedDecoder.h"
 
 #include <QCborArray>
@@ -234,41 +234,8 @@ QSet<QString> KeyedArchive::propertyListClasses()
 
 QString KeyedArchive::classNameOf(const QVariant& value)
 {
-    if (!value.isValid()) {
-        return {};
-    }
-    switch (value.metaType().id()) {
-    case QMetaType::Nullptr:
-        return kNull;
-    case QMetaType::Bool:
-    case QMetaType::Int:
-    case QMetaType::Long:
-    case QMetaType::LongLong:
-    case QMetaType::Short:
-    case QMetaType::SChar:
-    case QMetaType::Char:
-    case QMetaType::UInt:
-    case QMetaType::ULong:
-    case QMetaType::ULongLong:
-    case QMetaType::UShort:
-    case QMetaType::UChar:
-    case QMetaType::Double:
-    case QMetaType::Float:
-        return kNumber;
-    case QMetaType::QString:
-        return kString;
-    case QMetaType::QByteArray:
-        return kData;
-    case QMetaType::QDateTime:
-        return kDate;
-    case QMetaType::QVariantList:
-    case QMetaType::QStringList:
-        return kArray;
-    case QMetaType::QVariantMap:
-    case QMetaType::QVariantHash:
-        return kDictionary;
-    default:
-        break;
+    if (QString kind = ValueDescription::propertyListKind(value); !kind.isEmpty()) {
+        return kind;
     }
     const auto entry = Registry::instance().byType(value.metaType());
     return entry ? entry->name : QString();

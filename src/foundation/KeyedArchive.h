@@ -1,5 +1,7 @@
 #pragma once
 
+#include "exception/ValueDescription.h"
+
 #include <QByteArray>
 #include <QMetaType>
 #include <QSet>
@@ -19,13 +21,13 @@ class KeyedArchive
 {
 public:
     // Names of the property-list kinds, for allowed-class sets.
-    static inline const QString kString = QStringLiteral("String");
-    static inline const QString kData = QStringLiteral("Data");
-    static inline const QString kDate = QStringLiteral("Date");
-    static inline const QString kNumber = QStringLiteral("Number");
-    static inline const QString kArray = QStringLiteral("Array");
-    static inline const QString kDictionary = QStringLiteral("Dictionary");
-    static inline const QString kNull = QStringLiteral("Null");
+    static inline const QString& kString = ValueDescription::kString;
+    static inline const QString& kData = ValueDescription::kData;
+    static inline const QString& kDate = ValueDescription::kDate;
+    static inline const QString& kNumber = ValueDescription::kNumber;
+    static inline const QString& kArray = ValueDescription::kArray;
+    static inline const QString& kDictionary = ValueDescription::kDictionary;
+    static inline const QString& kNull = ValueDescription::kNull;
 
     using Encoder = std::function<QVariantMap(const QVariant& object)>;
     using Decoder = std::function<QVariant(const KeyedDecoder& coder)>;

@@ -1,6 +1,6 @@
 #include "logging/LogFileLogger.h"
 
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 #include "logging/SystemLog.h"
 #include "platform/ClientApplication.h"
 #include "platform/DistributedNotificationCenter.h"

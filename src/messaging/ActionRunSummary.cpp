@@ -1,8 +1,8 @@
 #include "messaging/ActionRunSummary.h"
 
+#include "exception/ValueDescription.h"
 #include "foundation/KeyedArchive.h"
 #include "foundation/KeyedDecoder.h"
-#include "foundation/ValueDescription.h"
 
 #include <QDataStream>
 

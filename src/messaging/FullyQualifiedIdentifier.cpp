@@ -1,6 +1,6 @@
 #include "messaging/FullyQualifiedIdentifier.h"
 
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 #include "foundation/KeyedArchive.h"
 #include "foundation/KeyedDecoder.h"
 #include "messaging/ClientIdentifier.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "errors/Error.h"
+#include "exception/Error.h"
 #include "messaging/PlatformConnection.h"
 #include "messaging/RemoteProxy.h"
 

@@ -1,6 +1,6 @@
 #include "messaging/NodeIdentifier.h"
 
-#include "foundation/ValueDescription.h"
+#include "exception/ValueDescription.h"
 #include "messaging/ClientIdentifier.h"
 #include "messaging/VolumeIdentifier.h"
 

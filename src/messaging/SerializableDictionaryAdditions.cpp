@@ -1,9 +1,10 @@
 #include "messaging/SerializableDictionaryAdditions.h"
 
-#include "errors/KSException.h"
+#include "errors/ExceptionArchive.h"
+#include "exception/KSException.h"
+#include "exception/LogHook.h"
+#include "exception/ValueDescription.h"
 #include "foundation/KeyedArchive.h"
-#include "foundation/LogHook.h"
-#include "foundation/ValueDescription.h"
 
 #include <stdexcept>
 
@@ -52,6 +53,8 @@ QVariant encodeValue(const QVariant& value)
     if (!value.isValid()) {
         return value;
     }
+    // Exceptions and errors travel inside dictionaries more than anything else.
+    ExceptionArchive::registerArchivableClasses();
     if (!KeyedArchive::isArchivable(value)) {
         throw std::logic_error(QStringLiteral("%1 cannot be encoded")
                                    .arg(QString::fromLatin1(value.typeName()))
@@ -83,6 +86,7 @@ QVariant decodeValue(const QVariant& value, const char* method, const QString& w
         return value;
     }
     const QByteArray data = value.toByteArray();
+    ExceptionArchive::registerArchivableClasses();
     try {
         return KeyedArchive::unarchiveObjectWithData(data);
     } catch (const std::exception& failure) {

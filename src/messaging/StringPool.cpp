@@ -1,6 +1,6 @@
 #include "messaging/StringPool.h"
 
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 
 #include <mutex>
 #include <new>

@@ -1,7 +1,7 @@
 #include "messaging/SwitchboardSubscriber.h"
 
 #include "SwitchboardSubscribingAdaptor.h"
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 #include "logging/Logger.h"
 #include "messaging/RemoteProxy.h"
 #include "messaging/SerializableDictionaryAdditions.h"

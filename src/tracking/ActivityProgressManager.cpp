@@ -1,6 +1,6 @@
 #include "tracking/ActivityProgressManager.h"
 
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 #include "foundation/MainQueue.h"
 #include "foundation/NotificationCenter.h"
 #include "logging/Logger.h"

@@ -1,9 +1,9 @@
 #include "tracking/CommandInfo.h"
 
-#include "core/MonitorDefaults.h"
-#include "core/WTUserPreferences.h"
 #include "foundation/KeyedArchive.h"
 #include "messaging/ProtocolCatalogue.h"
+#include "preferences/MonitorDefaults.h"
+#include "preferences/WTUserPreferences.h"
 #include "tracking/CommandInterface.h"
 
 #include <QFileInfo>

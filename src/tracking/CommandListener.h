@@ -1,6 +1,6 @@
 #pragma once
 
-#include "errors/Exception.h"
+#include "exception/Exception.h"
 #include "messaging/Endpoint.h"
 
 #include <QDateTime>

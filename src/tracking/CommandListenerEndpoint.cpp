@@ -1,7 +1,8 @@
 #include "tracking/CommandListenerEndpoint.h"
 
 #include "CommandListenerMessagingAdaptor.h"
-#include "errors/KSException.h"
+#include "errors/ExceptionArchive.h"
+#include "exception/KSException.h"
 #include "foundation/MainQueue.h"
 #include "logging/Logger.h"
 #include "messaging/SerializableDictionaryAdditions.h"
@@ -26,7 +27,7 @@ CommandListener::ExceptionPtr exceptionFromStopData(const QByteArray& data)
         return nullptr;
     }
     try {
-        if (std::unique_ptr<Exception> decoded = Exception::exceptionFromData(data)) {
+        if (std::unique_ptr<Exception> decoded = ExceptionArchive::exceptionFromData(data)) {
             return decoded;
         }
         KSException failure(QStringLiteral("Bug"),

@@ -1,6 +1,6 @@
 #include "tracking/CommandManager.h"
 
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 #include "logging/Logger.h"
 #include "tracking/CommandProxy.h"
 #include "tracking/CommandTaskConnection.h"

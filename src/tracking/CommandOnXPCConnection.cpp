@@ -1,7 +1,7 @@
 #include "tracking/CommandOnXPCConnection.h"
 
-#include "errors/Error.h"
-#include "errors/KSException.h"
+#include "exception/Error.h"
+#include "exception/KSException.h"
 #include "logging/Logger.h"
 #include "messaging/KSPublishedEndpointConnection.h"
 #include "tracking/CommandInfo.h"

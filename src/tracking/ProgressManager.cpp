@@ -1,7 +1,7 @@
 #include "tracking/ProgressManager.h"
 
 #include "errors/CommandAlertInfo.h"
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 #include "foundation/HumanReadableString.h"
 #include "foundation/MainQueue.h"
 #include "logging/Logger.h"

@@ -2,7 +2,7 @@
 
 #include "errors/AlertTemplates.h"
 #include "errors/CommandAlertInfo.h"
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 
 #include <QAbstractButton>
 #include <QApplication>

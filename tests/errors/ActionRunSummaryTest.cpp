@@ -1,6 +1,6 @@
 #include "messaging/ActionRunSummary.h"
 
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 #include "foundation/KeyedArchive.h"
 
 #include <QCborArray>

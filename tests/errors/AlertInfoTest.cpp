@@ -5,8 +5,8 @@
 #include "errors/CannedAlertInfo.h"
 #include "errors/CommandAlertInfo.h"
 #include "errors/ContextualAlertInfo.h"
-#include "errors/Error.h"
-#include "errors/KSException.h"
+#include "exception/Error.h"
+#include "exception/KSException.h"
 
 #include <QHash>
 #include <QObject>

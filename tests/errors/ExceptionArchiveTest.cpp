@@ -1,5 +1,7 @@
-#include "errors/Error.h"
-#include "errors/KSException.h"
+#include "errors/ExceptionArchive.h"
+
+#include "exception/Error.h"
+#include "exception/KSException.h"
 #include "support/RecordingLogSink.h"
 
 #include <QCborArray>
@@ -32,7 +34,8 @@ KSException richException()
 TEST(ExceptionWireForm, NestedDetailsCrossIntact)
 {
     const KSException original = richException();
-    const auto decoded = Exception::exceptionFromData(original.dataForException());
+    const auto decoded =
+        ExceptionArchive::exceptionFromData(ExceptionArchive::dataForException(original));
     ASSERT_NE(decoded, nullptr);
     const KSException* ks = decoded->asKSException();
     ASSERT_NE(ks, nullptr);
@@ -55,7 +58,8 @@ TEST(ExceptionWireForm, AForeignExceptionKeepsItsClass)
 {
     const Exception foreign(QStringLiteral("NSRangeException"), QStringLiteral("index 3 beyond"),
                             {{QStringLiteral("Index"), 3}});
-    const auto decoded = Exception::exceptionFromData(foreign.dataForException());
+    const auto decoded =
+        ExceptionArchive::exceptionFromData(ExceptionArchive::dataForException(foreign));
     ASSERT_NE(decoded, nullptr);
     EXPECT_EQ(decoded->asKSException(), nullptr);
     EXPECT_EQ(decoded->className(), QStringLiteral("Exception"));
@@ -74,7 +78,7 @@ TEST(ExceptionWireForm, APeerBuiltArchiveDecodes)
                             {QStringLiteral("userInfo"),
                              QCborMap{{QStringLiteral(".Explain"), QStringLiteral("Stopped.")},
                                       {QStringLiteral("POSIXErr"), 89}}}}});
-    const auto decoded = Exception::exceptionFromData(peer.toCbor());
+    const auto decoded = ExceptionArchive::exceptionFromData(peer.toCbor());
     ASSERT_NE(decoded, nullptr);
     ASSERT_NE(decoded->asKSException(), nullptr);
     EXPECT_EQ(decoded->asKSException()->preferredLogClass(), 3);
@@ -83,14 +87,14 @@ TEST(ExceptionWireForm, APeerBuiltArchiveDecodes)
 
 TEST(ExceptionWireForm, NoDataIsNoException)
 {
-    EXPECT_EQ(Exception::exceptionFromData({}), nullptr);
+    EXPECT_EQ(ExceptionArchive::exceptionFromData({}), nullptr);
 }
 
 TEST(ExceptionWireForm, ARootThatIsNotAnExceptionIsLoggedAndGivesNone)
 {
     RecordingLogSink sink;
     const QByteArray data = QCborValue(QStringLiteral("just text")).toCbor();
-    EXPECT_EQ(Exception::exceptionFromData(data), nullptr);
+    EXPECT_EQ(ExceptionArchive::exceptionFromData(data), nullptr);
     const auto lines = sink.lines();
     ASSERT_EQ(lines.size(), 1);
     EXPECT_EQ(lines.at(0).logClass, 9);
@@ -101,7 +105,7 @@ TEST(ExceptionWireForm, ARootThatIsNotAnExceptionIsLoggedAndGivesNone)
 
 TEST(ExceptionWireForm, BytesThatAreNotAnArchiveRaise)
 {
-    const QByteArray data = richException().dataForException();
-    EXPECT_THROW(Exception::exceptionFromData(data.left(data.size() / 2)), KSException);
-    EXPECT_THROW(Exception::exceptionFromData(QByteArray("bplist00garbage")), KSException);
+    const QByteArray data = ExceptionArchive::dataForException(richException());
+    EXPECT_THROW(ExceptionArchive::exceptionFromData(data.left(data.size() / 2)), KSException);
+    EXPECT_THROW(ExceptionArchive::exceptionFromData(QByteArray("bplist00garbage")), KSException);
 }

@@ -1,6 +1,7 @@
 #include "foundation/KeyedArchive.h"
 
-#include "errors/KSException.h"
+#include "errors/ExceptionArchive.h"
+#include "exception/KSException.h"
 #include "foundation/KeyedDecoder.h"
 
 #include <QCborArray>
@@ -12,6 +13,12 @@
 #include <gtest/gtest.h>
 #include <limits>
 #include <random>
+
+namespace {
+// The archive's own tests use the exception as their example of a registered class.
+[[maybe_unused]] const bool s_exceptionsArchivable =
+    (ExceptionArchive::registerArchivableClasses(), true);
+} // namespace
 
 namespace {
 QVariant roundTrip(const QVariant& value)

@@ -1,6 +1,6 @@
 #include "foundation/RelativeDate.h"
 
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 
 #include <QTimeZone>
 #include <cerrno>

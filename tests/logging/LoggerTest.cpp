@@ -1,6 +1,6 @@
 #include "LoggingFixture.h"
-#include "errors/Error.h"
-#include "errors/KSException.h"
+#include "exception/Error.h"
+#include "exception/KSException.h"
 #include "logging/NSLogLogger.h"
 
 #include <QRegularExpression>

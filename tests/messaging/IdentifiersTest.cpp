@@ -1,4 +1,4 @@
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 #include "foundation/KeyedArchive.h"
 #include "messaging/ClientIdentifier.h"
 #include "messaging/FullyQualifiedIdentifier.h"

@@ -1,6 +1,6 @@
 #include "messaging/SerializableDictionaryAdditions.h"
 
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 #include "foundation/KeyedArchive.h"
 #include "support/RecordingLogSink.h"
 

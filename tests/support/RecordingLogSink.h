@@ -1,7 +1,7 @@
 #pragma once
 
-#include "errors/Exception.h"
-#include "foundation/LogHook.h"
+#include "exception/Exception.h"
+#include "exception/LogHook.h"
 
 #include <QMutex>
 #include <QStringList>

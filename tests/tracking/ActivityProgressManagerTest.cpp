@@ -4,7 +4,7 @@
 #include "PeerBus.h"
 #include "RecordingLogger.h"
 #include "errors/ContextualAlertInfo.h"
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 #include "fakes/RecordingCaptureHistory.h"
 #include "fakes/RecordingProgressPane.h"
 #include "fakes/RecordingUserNotifier.h"

@@ -1,8 +1,8 @@
 #include "tracking/CommandInfo.h"
 
-#include "core/WTUserPreferences.h"
 #include "foundation/KeyedArchive.h"
 #include "logging/LogLineIdentifier.h"
+#include "preferences/WTUserPreferences.h"
 #include "tracking/CommandInterface.h"
 
 #include <QTemporaryDir>

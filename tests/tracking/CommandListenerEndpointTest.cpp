@@ -2,7 +2,8 @@
 
 #include "PeerBus.h"
 #include "RecordingLogger.h"
-#include "errors/KSException.h"
+#include "errors/ExceptionArchive.h"
+#include "exception/KSException.h"
 #include "foundation/KeyedArchive.h"
 #include "messaging/MessagingThread.h"
 #include "support/PrivateBus.h"
@@ -145,8 +146,8 @@ TEST_F(CommandListenerEndpointTest, TheStopIsAnsweredOnlyAfterTheMainThreadHandl
 {
     QSignalSpy stopped(m_listener.get(), &CommandListener::stoppedChanged);
     send(QStringLiteral("commandStarted"));
-    const QByteArray data =
-        KSException(QStringLiteral("IO"), QStringLiteral("disk full")).dataForException();
+    const QByteArray data = ExceptionArchive::dataForException(
+        KSException(QStringLiteral("IO"), QStringLiteral("disk full")));
 
     QDBusPendingCall stop =
         m_peer.bus().asyncCall(message(QStringLiteral("commandStoppedWithExceptionData"), {data}));

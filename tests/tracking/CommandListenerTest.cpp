@@ -1,7 +1,7 @@
 #include "tracking/CommandListener.h"
 
 #include "RecordingLogger.h"
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 #include "tracking/CommandListenerService.h"
 
 #include <QSignalSpy>

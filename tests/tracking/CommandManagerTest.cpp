@@ -3,7 +3,7 @@
 #include "FakeCommand.h"
 #include "PeerBus.h"
 #include "RecordingLogger.h"
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 #include "messaging/MessagingThread.h"
 #include "tracking/CommandListenerService.h"
 #include "tracking/CommandOnXPCConnection.h"

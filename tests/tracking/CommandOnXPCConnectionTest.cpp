@@ -4,7 +4,7 @@
 #include "FlakyComponent.h"
 #include "PeerBus.h"
 #include "RecordingLogger.h"
-#include "errors/KSException.h"
+#include "exception/KSException.h"
 #include "messaging/KSPublishedEndpointConnection.h"
 #include "messaging/MessagingThread.h"
 #include "tracking/CommandProxy.h"

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <QtGlobal>
+
+// A seam whose default does nothing, on purpose, until the composition root installs the
+// real one.
+class DesktopEvents
+{
+public:
+    virtual ~DesktopEvents() = default;
+    virtual void observeVolumes() {}
+    virtual void observeApplications() {}
+    virtual void beginMonitoringStatusChangeEvents() {}
+    virtual void updateDockMode() {}
+    virtual void setLocalNotificationType(int /*type*/, bool /*enabled*/) {}
+    virtual bool deliversLocalNotificationType(int /*type*/) const { return false; }
+};

@@ -1,0 +1,360 @@
+#include "core/MonitorApplicationDelegate.h"
+
+#include "core/MonitorServer.h"
+#include "foundation/MainQueue.h"
+#include "logging/Logger.h"
+#include "messaging/KSConnectionServiceSingleton.h"
+#include "messaging/KSSwitchboardConnection.h"
+#include "preferences/ImpermanentValues.h"
+#include "preferences/MonitorDefaults.h"
+#include "preferences/WTUserPreferences.h"
+#include "tracking/ActivityProgressManager.h"
+#include "tracking/CommandListenerService.h"
+#include "tracking/CommandOnXPCConnection.h"
+
+#include <QTimer>
+
+namespace {
+MonitorApplicationDelegate* s_shared = nullptr;
+
+const QString kMonitorIdentifier = QStringLiteral("com.kestrom.monitor");
+const QString kCommandSource = QStringLiteral("Command");
+const QString kEventAgentSource = QStringLiteral("EventAgent");
+
+MonitorDefaults& defaults()
+{
+    return MonitorDefaults::standardUserDefaults();
+}
+} // namespace
+
+MonitorApplicationDelegate::MonitorApplicationDelegate(Subsystems subsystems)
+    : m_subsystems(std::move(subsystems))
+{
+    s_shared = this;
+    m_subsystems.desktopEvents->observeVolumes();
+}
+
+MonitorApplicationDelegate::~MonitorApplicationDelegate()
+{
+    if (s_shared == this) {
+        s_shared = nullptr;
+    }
+}
+
+MonitorApplicationDelegate* MonitorApplicationDelegate::sharedDelegate()
+{
+    return s_shared;
+}
+
+void MonitorApplicationDelegate::initializeClass()
+{
+    // Registers the defaults and writes the first notification choices once per user.
+    defaults();
+}
+
+void MonitorApplicationDelegate::applicationDidFinishLaunching()
+{
+    Logger::logStartProcess(kComponentVersion);
+    auto& service = CommandListenerService::sharedService();
+    service.setSwitchboardName(kMonitorIdentifier);
+    m_activityWindow = std::make_unique<ActivityWindow>(
+        [this](const QString& identifier, const QVariantMap& info) {
+            return std::shared_ptr<CommandListener>(
+                monitorRunningCommandWithIdentifier(identifier, info));
+        });
+    service.setDelegate(m_activityWindow.get());
+    m_monitorVendor = std::make_unique<KSConnectionServiceSingleton>(new MonitorServer(this));
+    MainQueue::dispatchMainAsync([this] { publishVendor(); });
+    observeSwitchboardRequests();
+    KSConnection::switchboardConnection()->postNotification(
+        QStringLiteral("DiskEventsAgentDidStart"), kEventAgentSource, {});
+    m_subsystems.desktopEvents->observeApplications();
+    QTimer::singleShot(3500, this, [this] {
+        m_subsystems.desktopEvents->beginMonitoringStatusChangeEvents();
+        m_subsystems.statusItem->installStatusItem();
+    });
+    m_updateController = std::make_unique<UpdateController>();
+    QTimer::singleShot(3000, this,
+                       [this] { m_subsystems.recentArchives->updateRecentRepositoryCache(); });
+    removeObsoleteDefaults();
+    ImpermanentValues(defaults()).cullOrphanedImpermanentValuesInNameSpace();
+}
+
+void MonitorApplicationDelegate::publishVendor()
+{
+    if (m_monitorVendor) {
+        m_monitorVendor->publishWithName(kMonitorIdentifier);
+    }
+}
+
+void MonitorApplicationDelegate::observeSwitchboardRequests()
+{
+    const auto switchboard = KSConnection::switchboardConnection();
+    CommandRequests* requests = m_subsystems.commandRequests.get();
+    switchboard->addObserver(QString(), QStringLiteral("CommandRequestsRepository"), kCommandSource,
+                             [requests](const QString&, const QVariantMap& info) {
+                                 MainQueue::dispatchMainSoon(
+                                     [requests, info] { requests->repositoryRequested(info); });
+                             });
+    switchboard->addObserver(QString(), QStringLiteral("CommandRequestsKeychainPassword"),
+                             kCommandSource, [requests](const QString&, const QVariantMap& info) {
+                                 requests->keychainPasswordRequested(info);
+                             });
+    switchboard->addObserver(QString(), QStringLiteral("RunCommandScript"),
+                             [requests](const QString&, const QVariantMap& info) {
+                                 MainQueue::dispatchMainSoon(
+                                     [requests, info] { requests->scriptRequested(info); });
+                             });
+}
+
+void MonitorApplicationDelegate::removeObsoleteDefaults()
+{
+    static const QStringList obsolete{QStringLiteral("KSShowActionDetails"),
+                                      QStringLiteral("KSArchiveStatusSizeViewMode"),
+                                      QStringLiteral("KSMonitorWindowLocation"),
+                                      QStringLiteral("KSMonitorWindowLocation.width"),
+                                      QStringLiteral("KSMonitorWindowLocation.x"),
+                                      QStringLiteral("KSMonitorWindowLocation.y"),
+                                      QStringLiteral("KSStatusWindowLocation"),
+                                      QStringLiteral("KSStatusWindowLocation.width"),
+                                      QStringLiteral("KSStatusWindowLocation.x"),
+                                      QStringLiteral("KSStatusWindowLocation.y"),
+                                      QStringLiteral("KSStatusWindowVisible"),
+                                      QStringLiteral("KSStatusWindowState")};
+    for (const QString& key : obsolete) {
+        defaults().removeObjectForKey(key);
+    }
+}
+
+std::optional<int> MonitorApplicationDelegate::applicationShouldTerminate()
+{
+    const quint32 reason = m_subsystems.quitReasons->currentQuitReason();
+    if (reason == QuitReasonSource::kShutDown || reason == QuitReasonSource::kRestart ||
+        reason == QuitReasonSource::kLogOut) {
+        m_terminateCleanly = true;
+    } else {
+        Logger::log(9, QStringLiteral("will exit abnormally"));
+        return kAbnormalExit;
+    }
+    if (m_activityWindow && m_activityWindow->waitForRunningCommandsBecause(reason)) {
+        return std::nullopt;
+    }
+    return kCleanExit;
+}
+
+void MonitorApplicationDelegate::applicationWillTerminate()
+{
+    const auto switchboard = KSConnection::switchboardConnection();
+    switchboard->removeAllObservers();
+    switchboard->postNotification(QStringLiteral("DiskEventsAgentDidStop"), kEventAgentSource, {});
+    CommandListenerService::sharedService().removeAllListeners();
+    if (m_monitorVendor) {
+        m_monitorVendor->shutdown();
+        m_monitorVendor.reset();
+    }
+    // The hub has the stop notice and the redaction before the process goes.
+    switchboard->ping();
+    defaults().preferences().synchronize();
+    WTUserPreferences::sharedPreferences().synchronize();
+    m_subsystems.statusItem->removeStatusItem();
+    CommandListenerService::sharedService().setDelegate(nullptr);
+    Logger::logStopProcess(kComponentVersion, m_terminateCleanly ? kCleanExit : kAbnormalExit);
+}
+
+bool MonitorApplicationDelegate::canMonitorCommandName(const QString& name)
+{
+    static const QSet<QString> names{
+        QStringLiteral("capture"), QStringLiteral("recall"),  QStringLiteral("restore"),
+        QStringLiteral("merge"),   QStringLiteral("combine"), QStringLiteral("delete"),
+        QStringLiteral("erase"),   QStringLiteral("compact"), QStringLiteral("verify"),
+        QStringLiteral("reindex"), QStringLiteral("repair")};
+    return names.contains(name);
+}
+
+std::shared_ptr<ActivityProgressManager>
+MonitorApplicationDelegate::monitorRunningCommandWithIdentifier(const QString& identifier,
+                                                                const QVariantMap& info)
+{
+    if (CommandListenerService::sharedService().hasListenerForCommandIdentifier(identifier)) {
+        return nullptr;
+    }
+    const QString name = info.value(QStringLiteral("name")).toString();
+    auto manager = ActivityProgressManager::initWithCommand(name);
+    if (!manager) {
+        return nullptr;
+    }
+    try {
+        manager->connectToCommand(
+            std::make_shared<CommandOnXPCConnection>(name, Endpoint(), identifier));
+    } catch (const std::exception& failure) {
+        const LogLine line =
+            Logger::log(9, QStringLiteral("failed to create monitor for command '%1' on port %2")
+                               .arg(name, identifier));
+        Logger::log(7, line, failure);
+        return nullptr;
+    }
+    return manager;
+}
+
+void MonitorApplicationDelegate::orderMonitorWindowFront()
+{
+    m_activityWindow->showActivityWindowInFront(true);
+    ActivityProgressManager::fireWakeUpNotification();
+}
+
+void MonitorApplicationDelegate::orderMonitorWindowFrontIfVisible()
+{
+    if (m_activityWindow->isVisible()) {
+        m_activityWindow->showActivityWindowInFront(true);
+    }
+}
+
+void MonitorApplicationDelegate::orderStatusWindowFront()
+{
+    if (m_subsystems.statusWindow->hasStatus()) {
+        m_subsystems.statusWindow->showStatusWindowInFront(true);
+    }
+}
+
+bool MonitorApplicationDelegate::statusWindowHasStatus() const
+{
+    return m_subsystems.statusWindow->hasStatus();
+}
+
+void MonitorApplicationDelegate::refreshRecentRepositoryCache()
+{
+    m_subsystems.recentArchives->updateRecentRepositoryCache();
+}
+
+QByteArray MonitorApplicationDelegate::recentlyCapturedRepositories() const
+{
+    return m_subsystems.recentArchives->recentlyCapturedRepositories();
+}
+
+QByteArray MonitorApplicationDelegate::repositoriesForItems(const QByteArray& items) const
+{
+    return m_subsystems.recentArchives->findRepositoriesForItems(items);
+}
+
+void MonitorApplicationDelegate::setUserNotificationForType(int type, bool enabled)
+{
+    m_subsystems.desktopEvents->setLocalNotificationType(type, enabled);
+}
+
+bool MonitorApplicationDelegate::enabledUserNotificationForType(int type) const
+{
+    return m_subsystems.desktopEvents->deliversLocalNotificationType(type);
+}
+
+const QHash<QString, QByteArray>& MonitorApplicationDelegate::componentPreferenceProperties()
+{
+    static const QHash<QString, QByteArray> properties{
+        {MonitorDefaults::kMonitorAccessoryApp, "monitorIsAccessoryApp"},
+        {MonitorDefaults::kMonitorRegularAppMode, "regularAppMode"},
+        {MonitorDefaults::kShowMonitorOnStart, "showMonitorOnStart"},
+        {MonitorDefaults::kHideMonitorWhenComplete, "hideMonitorWhenComplete"},
+        {MonitorDefaults::kMonitorSpacesJoinAll, "showMonitorInAllSpaces"},
+        {MonitorDefaults::kShowStatusMenu, "showStatusItem"},
+        {MonitorDefaults::kShowStatusIndicatorInStatusMenu, "showStatusInStatusItem"}};
+    return properties;
+}
+
+bool MonitorApplicationDelegate::setComponentPreferenceValue(const QVariant& value,
+                                                             const QString& key)
+{
+    const QByteArray property = componentPreferenceProperties().value(key);
+    if (property.isEmpty()) {
+        return WTUserPreferences::sharedPreferences().setValue(value, key,
+                                                               WTUserPreferences::kMonitorDomain);
+    }
+    setProperty(property, value);
+    return true;
+}
+
+QVariant MonitorApplicationDelegate::componentPreferenceForKey(const QString& key) const
+{
+    return WTUserPreferences::sharedPreferences().valueForKey(key,
+                                                              WTUserPreferences::kMonitorDomain);
+}
+
+bool MonitorApplicationDelegate::monitorIsAccessoryApp() const
+{
+    return defaults().boolForKey(MonitorDefaults::kMonitorAccessoryApp);
+}
+
+void MonitorApplicationDelegate::setMonitorIsAccessoryApp(bool value)
+{
+    if (defaults().setBool(value, MonitorDefaults::kMonitorAccessoryApp)) {
+        MainQueue::dispatchMainAsync([this] { m_subsystems.desktopEvents->updateDockMode(); });
+    }
+}
+
+int MonitorApplicationDelegate::regularAppMode() const
+{
+    return int(defaults().integerForKey(MonitorDefaults::kMonitorRegularAppMode));
+}
+
+void MonitorApplicationDelegate::setRegularAppMode(int value)
+{
+    if (defaults().setInteger(value, MonitorDefaults::kMonitorRegularAppMode)) {
+        MainQueue::dispatchMainAsync([this] { m_subsystems.desktopEvents->updateDockMode(); });
+    }
+}
+
+bool MonitorApplicationDelegate::showMonitorOnStart() const
+{
+    return defaults().boolForKey(MonitorDefaults::kShowMonitorOnStart);
+}
+
+void MonitorApplicationDelegate::setShowMonitorOnStart(bool value)
+{
+    defaults().setBool(value, MonitorDefaults::kShowMonitorOnStart);
+}
+
+bool MonitorApplicationDelegate::hideMonitorWhenComplete() const
+{
+    return defaults().boolForKey(MonitorDefaults::kHideMonitorWhenComplete);
+}
+
+void MonitorApplicationDelegate::setHideMonitorWhenComplete(bool value)
+{
+    defaults().setBool(value, MonitorDefaults::kHideMonitorWhenComplete);
+}
+
+bool MonitorApplicationDelegate::showMonitorInAllSpaces() const
+{
+    return defaults().boolForKey(MonitorDefaults::kMonitorSpacesJoinAll);
+}
+
+void MonitorApplicationDelegate::setShowMonitorInAllSpaces(bool value)
+{
+    defaults().setBool(value, MonitorDefaults::kMonitorSpacesJoinAll);
+}
+
+bool MonitorApplicationDelegate::showStatusItem() const
+{
+    return defaults().boolForKey(MonitorDefaults::kShowStatusMenu);
+}
+
+void MonitorApplicationDelegate::setShowStatusItem(bool value)
+{
+    defaults().setBool(value, MonitorDefaults::kShowStatusMenu);
+    if (value) {
+        m_subsystems.statusItem->installStatusItem();
+    } else {
+        m_subsystems.statusItem->removeStatusItem();
+    }
+}
+
+bool MonitorApplicationDelegate::showStatusInStatusItem() const
+{
+    return defaults().boolForKey(MonitorDefaults::kShowStatusIndicatorInStatusMenu);
+}
+
+void MonitorApplicationDelegate::setShowStatusInStatusItem(bool value)
+{
+    defaults().setBool(value, MonitorDefaults::kShowStatusIndicatorInStatusMenu);
+    // Clearing the archive bits and setting them back forces the icon to be drawn again.
+    m_subsystems.statusItem->updateStatusItemState(m_statusImageState & ~quint64(4 | 8));
+    m_subsystems.statusItem->updateStatusItemState(m_statusImageState);
+}

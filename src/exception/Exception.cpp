@@ -1,0 +1,125 @@
+#include "exception/Exception.h"
+
+#include "exception/KSException.h"
+#include "exception/LogHook.h"
+
+#include <execinfo.h>
+
+std::atomic<bool> Exception::s_persistFailures{false};
+
+namespace {
+constexpr int kMaxFrames = 64;
+
+QList<quintptr> captureCallStack()
+{
+    void* frames[kMaxFrames];
+    const int count = backtrace(frames, kMaxFrames);
+    QList<quintptr> addresses;
+    addresses.reserve(count);
+    // The first frame is this function; the caller's constructor frame stays, it is the site.
+    for (int i = 1; i < count; ++i) {
+        addresses.append(reinterpret_cast<quintptr>(frames[i]));
+    }
+    return addresses;
+}
+} // namespace
+
+Exception::Exception(QString name, QString reason, QVariantMap userInfo)
+    : m_userInfo(std::move(userInfo))
+    , m_name(std::move(name))
+    , m_reason(std::move(reason))
+    , m_callStack(captureCallStack())
+{}
+
+void Exception::setCallStackReturnAddresses(QList<quintptr> addresses)
+{
+    m_callStack = std::move(addresses);
+}
+
+Exception::~Exception() = default;
+
+QString Exception::className() const
+{
+    return QStringLiteral("Exception");
+}
+
+QString Exception::description() const
+{
+    return m_reason;
+}
+
+const char* Exception::what() const noexcept
+{
+    try {
+        m_what = description().toUtf8();
+    } catch (const std::exception&) {
+        return "Exception";
+    }
+    return m_what.constData();
+}
+
+std::unique_ptr<Exception> Exception::clone() const
+{
+    return std::make_unique<Exception>(*this);
+}
+
+void Exception::raise() const
+{
+    throw *this;
+}
+
+QVariant Exception::toVariant() const
+{
+    if (const auto* ks = asKSException()) {
+        return QVariant::fromValue(*ks);
+    }
+    return QVariant::fromValue(*this);
+}
+
+const KSException* Exception::asKSException() const
+{
+    return dynamic_cast<const KSException*>(this);
+}
+
+const KSException* Exception::asSoftException() const
+{
+    const auto* ks = asKSException();
+    return ks != nullptr && ks->isSoft() ? ks : nullptr;
+}
+
+std::unique_ptr<Exception> Exception::fromVariant(const QVariant& value)
+{
+    if (value.metaType() == QMetaType::fromType<KSException>()) {
+        return std::make_unique<KSException>(value.value<KSException>());
+    }
+    if (value.metaType() == QMetaType::fromType<Exception>()) {
+        return std::make_unique<Exception>(value.value<Exception>());
+    }
+    return nullptr;
+}
+
+void Exception::raiseOrPersist() const
+{
+    if (!persistFailures()) {
+        raise();
+    }
+    LogHook::logPlaceholder(4, QStringLiteral("Ignored failures"), QStringLiteral("ShePersisted"));
+    LogHook::logException(5, *this);
+}
+
+void Exception::setPersistFailures(bool persist)
+{
+    s_persistFailures.store(persist);
+}
+
+bool Exception::persistFailures()
+{
+    return s_persistFailures.load();
+}
+
+namespace {
+// A "Cause" detail reads as the description of the exception it holds.
+[[maybe_unused]] const bool s_describable =
+    QMetaType::registerConverter<Exception, QString>(&Exception::description) &&
+    QMetaType::registerConverter<KSException, QString>(&KSException::description);
+} // namespace

@@ -1,0 +1,139 @@
+#include "preferences/MonitorDefaults.h"
+
+#include "preferences/PreferenceStore.h"
+#include "preferences/PropertyList.h"
+#include "preferences/RecordingScheduler.h"
+
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+#include <memory>
+#include <utility>
+
+namespace {
+// One run of the monitor: its own store, preferences and defaults on the shared folder.
+struct Launch
+{
+    explicit Launch(const QString& folder)
+        : preferences(std::make_shared<PreferenceStore>(folder), timer.scheduler())
+        , defaults(preferences)
+    {}
+
+    RecordingScheduler timer;
+    WTUserPreferences preferences;
+    MonitorDefaults defaults;
+};
+
+class MonitorDefaultsTest : public ::testing::Test
+{
+protected:
+    QString folder() const { return m_dir.path() + QStringLiteral("/Kestrom"); }
+    QVariantMap monitorFile() const
+    {
+        return PreferenceStore(folder()).values(WTUserPreferences::kMonitorDomain);
+    }
+
+    QTemporaryDir m_dir;
+};
+} // namespace
+
+TEST_F(MonitorDefaultsTest, ThirteenKeysAreRegisteredWithTheirKinds)
+{
+    // Each key with its registered value; the value's own type is its property-list kind.
+    const std::pair<const char*, QVariant> expected[] = {
+        {"KSShowMonitorOnStart", true},
+        {"KSHideMonitorWhenComplete", true},
+        {"KSMonitorSpacesJoinAll", true},
+        {"KSShowStatusIndicatorInStatusMenu", true},
+        {"KSShowActivityOnActivate", true},
+        {"KSStatusMinimunCaptureInterval", 21600.0},
+        {"KSStatusMinimunVerifyInterval", 86400.0},
+        {"KSStatusCaptureWarningIntervals", qint64(3)},
+        {"KSStatusCaptureTruantIntervals", qint64(7)},
+        {"KSStatusVerifyWarningIntervals", qint64(8)},
+        {"KSStatusVerifyTruantIntervals", qint64(16)},
+        {"KSStatusFreeWarning", 0.91},
+        {"KSStatusFreeCritical", 0.96}};
+    const QVariantMap& registered = MonitorDefaults::registeredDefaults();
+    EXPECT_EQ(registered.size(), 13);
+    for (const auto& [key, value] : expected) {
+        const QVariant registeredValue = registered.value(QString::fromLatin1(key));
+        EXPECT_EQ(PropertyList::kindOf(registeredValue), PropertyList::kindOf(value)) << key;
+        EXPECT_TRUE(PropertyList::isEqual(registeredValue, value)) << key;
+    }
+}
+
+TEST_F(MonitorDefaultsTest, UnsetKeysReadAsRegisteredAndAreNeverWritten)
+{
+    Launch launch(folder());
+    MonitorDefaults& defaults = launch.defaults;
+    EXPECT_TRUE(defaults.showMonitorOnStart());
+    EXPECT_EQ(defaults.statusVerifyTruantIntervals(), 16);
+    EXPECT_EQ(defaults.fadedWindowOpacity(), 0.0);
+    EXPECT_FALSE(defaults.objectForKey(MonitorDefaults::kImpermanent).isValid());
+    launch.preferences.synchronize();
+    EXPECT_EQ(monitorFile().keys(), QStringList{MonitorDefaults::kLocalNotifications});
+
+    // A stored value wins, one that does not convert reads as registered, removal restores.
+    ASSERT_TRUE(defaults.setBool(false, MonitorDefaults::kShowMonitorOnStart));
+    ASSERT_TRUE(defaults.setInteger(5, MonitorDefaults::kStatusCaptureWarningIntervals));
+    defaults.setObject(QStringLiteral("lots"), MonitorDefaults::kStatusCaptureTruantIntervals);
+    defaults.setObject(QByteArray("x"), MonitorDefaults::kStatusFreeWarning);
+    EXPECT_FALSE(defaults.showMonitorOnStart());
+    EXPECT_EQ(defaults.statusCaptureWarningIntervals(), 5);
+    EXPECT_EQ(defaults.statusCaptureTruantIntervals(), 7);
+    EXPECT_EQ(defaults.statusFreeWarning(), 0.91);
+    ASSERT_TRUE(defaults.removeObjectForKey(MonitorDefaults::kShowMonitorOnStart));
+    EXPECT_TRUE(defaults.showMonitorOnStart());
+    launch.preferences.synchronize();
+    EXPECT_FALSE(monitorFile().contains(MonitorDefaults::kShowMonitorOnStart));
+    EXPECT_TRUE(PropertyList::isEqual(
+        monitorFile().value(MonitorDefaults::kStatusCaptureWarningIntervals), qint64(5)));
+}
+
+TEST_F(MonitorDefaultsTest, WrittenOnceAndTheUsersChoiceIsNotResetAtTheNextStart)
+{
+    {
+        Launch first(folder());
+        const QVariantMap expected{{QStringLiteral("ActionIncomplete"), true},
+                                   {QStringLiteral("NeedsRepair"), true}};
+        EXPECT_TRUE(PropertyList::isEqual(first.defaults.localNotifications(), expected));
+        EXPECT_EQ(first.timer.count(), 1);
+        first.timer.runPending();
+        EXPECT_TRUE(PropertyList::isEqual(monitorFile().value(MonitorDefaults::kLocalNotifications),
+                                          expected));
+    }
+    for (const QVariantMap& choice :
+         {QVariantMap{{QStringLiteral("ActionIncomplete"), false}}, QVariantMap()}) {
+        {
+            Launch chooses(folder());
+            ASSERT_TRUE(chooses.defaults.setObject(choice, MonitorDefaults::kLocalNotifications));
+            chooses.preferences.synchronize();
+        }
+        Launch next(folder());
+        EXPECT_TRUE(PropertyList::isEqual(next.defaults.localNotifications(), choice));
+        EXPECT_EQ(next.timer.count(), 0);
+    }
+}
+
+TEST_F(MonitorDefaultsTest, HelperAndClientKeysHaveTheirDefaultsAndStoredValues)
+{
+    Launch launch(folder());
+    const MonitorDefaults& defaults = launch.defaults;
+    EXPECT_EQ(defaults.osaScriptExtensions(), QStringLiteral("scpt"));
+    EXPECT_TRUE(defaults.useAdminPrivileges());
+
+    WTUserPreferences& preferences = launch.preferences;
+    preferences.setValue(QStringLiteral("scpt:kscript"), MonitorDefaults::kOSAScriptExtensions,
+                         WTUserPreferences::kHelperDomain);
+    preferences.setValue(42, MonitorDefaults::kOSAScriptTool, WTUserPreferences::kHelperDomain);
+    preferences.setBool(false, MonitorDefaults::kUseAdminPrivileges,
+                        WTUserPreferences::kClientDomain);
+    EXPECT_EQ(defaults.osaScriptExtensions(), QStringLiteral("scpt:kscript"));
+    EXPECT_EQ(defaults.osaScriptTool(), QStringLiteral("/usr/bin/osascript"));
+    EXPECT_FALSE(defaults.useAdminPrivileges());
+    // Only the monitor's own domain holds its defaults.
+    EXPECT_FALSE(
+        preferences
+            .valueForKey(MonitorDefaults::kUseAdminPrivileges, WTUserPreferences::kMonitorDomain)
+            .isValid());
+}

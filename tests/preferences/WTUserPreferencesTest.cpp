@@ -1,0 +1,140 @@
+#include "preferences/WTUserPreferences.h"
+
+#include "preferences/PreferenceStore.h"
+#include "preferences/PropertyList.h"
+#include "preferences/RecordingScheduler.h"
+#include "support/RecordingLogSink.h"
+
+#include <QDir>
+#include <QFile>
+#include <QLockFile>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+#include <memory>
+
+namespace {
+using namespace std::chrono_literals;
+
+const QString& kMonitor = WTUserPreferences::kMonitorDomain;
+const QString& kClient = WTUserPreferences::kClientDomain;
+
+class WTUserPreferencesTest : public ::testing::Test
+{
+protected:
+    QString folder() const { return m_dir.path() + QStringLiteral("/Kestrom"); }
+    QString path(const QString& domain) const
+    {
+        return folder() + QLatin1Char('/') + domain + QStringLiteral(".plist");
+    }
+
+    // What the next process would read.
+    QVariant onDisk(const QString& key, const QString& domain) const
+    {
+        return PreferenceStore(folder()).value(key, domain);
+    }
+
+    QTemporaryDir m_dir;
+    RecordingScheduler m_timer;
+    std::shared_ptr<PreferenceStore> m_store = std::make_shared<PreferenceStore>(folder());
+    WTUserPreferences m_preferences{m_store, m_timer.scheduler()};
+};
+} // namespace
+
+TEST_F(WTUserPreferencesTest, SettingTheStoredValueAnswersNoAndSchedulesNothing)
+{
+    ASSERT_TRUE(m_preferences.setInteger(5, QStringLiteral("k"), kMonitor));
+    m_preferences.synchronize();
+    EXPECT_TRUE(PropertyList::isEqual(onDisk(QStringLiteral("k"), kMonitor), 5));
+    m_timer.runPending();
+    EXPECT_FALSE(m_store->hasUnsynchronizedChanges(kMonitor));
+
+    EXPECT_FALSE(m_preferences.setValue(5, QStringLiteral("k"), kMonitor));
+    EXPECT_FALSE(m_preferences.setValue(QVariant(), QStringLiteral("never set"), kMonitor));
+    EXPECT_EQ(m_timer.count(), 1);
+    EXPECT_FALSE(m_store->hasUnsynchronizedChanges(kMonitor));
+    // A value of another kind is a change.
+    EXPECT_TRUE(m_preferences.setDouble(5.0, QStringLiteral("k"), kMonitor));
+    EXPECT_TRUE(m_preferences.setBool(true, QStringLiteral("k"), kMonitor));
+    EXPECT_TRUE(m_preferences.setValue(QStringLiteral("1"), QStringLiteral("k"), kMonitor));
+    EXPECT_TRUE(m_preferences.setValue(QVariant(), QStringLiteral("k"), kMonitor));
+    EXPECT_FALSE(m_preferences.valueForKey(QStringLiteral("k"), kMonitor).isValid());
+}
+
+TEST_F(WTUserPreferencesTest, WritesToTwoDomainsAreFlushedTogetherOnceAfterTheDelay)
+{
+    ASSERT_TRUE(m_preferences.setBool(true, QStringLiteral("first"), kMonitor));
+    // A second later, within the window: no second flush is scheduled.
+    ASSERT_TRUE(m_preferences.setBool(true, QStringLiteral("second"), kClient));
+    EXPECT_EQ(m_timer.delays, QList{2000ms});
+    EXPECT_FALSE(QFile::exists(path(kMonitor)));
+    EXPECT_FALSE(QFile::exists(path(kClient)));
+
+    m_timer.runPending();
+    EXPECT_TRUE(PropertyList::isEqual(onDisk(QStringLiteral("first"), kMonitor), true));
+    EXPECT_TRUE(PropertyList::isEqual(onDisk(QStringLiteral("second"), kClient), true));
+    ASSERT_TRUE(m_preferences.setBool(false, QStringLiteral("first"), kMonitor));
+    EXPECT_EQ(m_timer.delays, QList({2000ms, 2000ms}));
+}
+
+TEST_F(WTUserPreferencesTest, AFailedFlushIsRetriedByTheNextOne)
+{
+    RecordingLogSink sink;
+    m_store->setLockTimeout(0ms);
+    QDir().mkpath(folder());
+    QLockFile held(path(kMonitor) + QStringLiteral(".lock"));
+    ASSERT_TRUE(held.tryLock(0));
+    ASSERT_TRUE(m_preferences.setInteger(1, QStringLiteral("k"), kMonitor));
+    m_timer.runPending();
+    EXPECT_FALSE(QFile::exists(path(kMonitor)));
+    EXPECT_EQ(sink.lines().size(), 1);
+
+    held.unlock();
+    ASSERT_TRUE(m_preferences.setInteger(1, QStringLiteral("k"), kClient));
+    m_timer.runPending();
+    EXPECT_TRUE(PropertyList::isEqual(onDisk(QStringLiteral("k"), kMonitor), qint64(1)));
+    EXPECT_TRUE(PropertyList::isEqual(onDisk(QStringLiteral("k"), kClient), qint64(1)));
+}
+
+TEST_F(WTUserPreferencesTest, TypedReadsConvertClampOrFallBackToTheDefault)
+{
+    m_preferences.setValue(QStringLiteral("YES"), QStringLiteral("text yes"), kMonitor);
+    m_preferences.setValue(QStringLiteral("soon"), QStringLiteral("text"), kMonitor);
+    m_preferences.setDouble(7.75, QStringLiteral("real"), kMonitor);
+    m_preferences.setValue(QByteArray("12"), QStringLiteral("data"), kMonitor);
+    m_preferences.setInteger(50, QStringLiteral("high"), kMonitor);
+    m_preferences.setInteger(-50, QStringLiteral("low"), kMonitor);
+    EXPECT_TRUE(m_preferences.boolForKey(QStringLiteral("text yes"), kMonitor));
+    EXPECT_FALSE(m_preferences.boolForKey(QStringLiteral("absent"), kMonitor));
+    EXPECT_TRUE(m_preferences.boolForKey(QStringLiteral("text"), kMonitor, true));
+    EXPECT_EQ(m_preferences.valueForKey(QStringLiteral("absent"), kMonitor, 3), QVariant(3));
+    EXPECT_EQ(m_preferences.valueForKey(QStringLiteral("text"), kMonitor, 3).toString(),
+              QStringLiteral("soon"));
+    EXPECT_EQ(m_preferences.integerForKey(QStringLiteral("absent"), kMonitor), 0);
+    EXPECT_EQ(m_preferences.doubleForKey(QStringLiteral("real"), kMonitor, 2.5), 7.75);
+
+    const struct
+    {
+        const char* key;
+        qint64 fallback, minimum, maximum, expected;
+    } integers[] = {{"real", 0, 0, 100, 7},    {"absent", 0, -9, 9, 0}, {"data", 9, 0, 99, 9},
+                    {"high", 3, 1, 10, 10},    {"low", 3, 1, 10, 1},    {"real", 3, 1, 10, 7},
+                    {"absent", 99, 1, 10, 10}, {"text", -4, 1, 10, 1}};
+    for (const auto& row : integers) {
+        EXPECT_EQ(m_preferences.integerForKey(QString::fromLatin1(row.key), kMonitor, row.fallback,
+                                              row.minimum, row.maximum),
+                  row.expected)
+            << row.key << " " << row.fallback;
+    }
+    const struct
+    {
+        const char* key;
+        double fallback, minimum, maximum, expected;
+    } doubles[] = {{"real", 0, 0, 100, 7.75}, {"text", 2.5, 0, 9, 2.5},   {"high", 0.5, 0, 1, 1},
+                   {"low", 0.5, 0, 1, 0},     {"absent", 0.5, 0, 1, 0.5}, {"absent", 7, 0, 1, 1}};
+    for (const auto& row : doubles) {
+        EXPECT_EQ(m_preferences.doubleForKey(QString::fromLatin1(row.key), kMonitor, row.fallback,
+                                             row.minimum, row.maximum),
+                  row.expected)
+            << row.key << " " << row.fallback;
+    }
+}
