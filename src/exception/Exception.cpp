@@ -9,26 +9,31 @@ std::atomic<bool> Exception::s_persistFailures{false};
 
 namespace {
 constexpr int kMaxFrames = 64;
+} // namespace
 
-QList<quintptr> captureCallStack()
+__attribute__((noinline)) QList<quintptr> Exception::captureCallStack()
 {
     void* frames[kMaxFrames];
     const int count = backtrace(frames, kMaxFrames);
     QList<quintptr> addresses;
     addresses.reserve(count);
-    // The first frame is this function; the caller's constructor frame stays, it is the site.
+    // The first frame is this function; the caller's raise frame stays, it is the site.
     for (int i = 1; i < count; ++i) {
         addresses.append(reinterpret_cast<quintptr>(frames[i]));
     }
     return addresses;
 }
-} // namespace
+
+quint64 Exception::nextIdentity()
+{
+    static std::atomic<quint64> s_last{0};
+    return s_last.fetch_add(1, std::memory_order_relaxed) + 1;
+}
 
 Exception::Exception(QString name, QString reason, QVariantMap userInfo)
     : m_userInfo(std::move(userInfo))
     , m_name(std::move(name))
     , m_reason(std::move(reason))
-    , m_callStack(captureCallStack())
 {}
 
 void Exception::setCallStackReturnAddresses(QList<quintptr> addresses)
@@ -65,7 +70,9 @@ std::unique_ptr<Exception> Exception::clone() const
 
 void Exception::raise() const
 {
-    throw *this;
+    Exception raised(*this);
+    raised.m_callStack = captureCallStack();
+    throw raised;
 }
 
 QVariant Exception::toVariant() const
@@ -103,8 +110,11 @@ void Exception::raiseOrPersist() const
     if (!persistFailures()) {
         raise();
     }
+    // Persisting stands in for raising, so the log shows where it happened.
+    const std::unique_ptr<Exception> persisted = clone();
+    persisted->m_callStack = captureCallStack();
     LogHook::logPlaceholder(4, QStringLiteral("Ignored failures"), QStringLiteral("ShePersisted"));
-    LogHook::logException(5, *this);
+    LogHook::logException(5, *persisted);
 }
 
 void Exception::setPersistFailures(bool persist)

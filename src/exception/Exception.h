@@ -28,7 +28,11 @@ public:
     const QString& name() const { return m_name; }
     const QString& reason() const { return m_reason; }
     const QVariantMap& userInfo() const { return m_userInfo; }
-    // Where the exception was made (and so, by habit, raised); empty for one decoded from data.
+    // Unique in the process to each exception made (or decoded); its copies keep it, so a
+    // logger can tell "the one logged last" from a new one made at the same address.
+    quint64 identity() const { return m_identity; }
+    // Where the exception was raised: empty until then, so one that is only logged costs no
+    // stack walk; the thrown copy carries them.
     const QList<quintptr>& callStackReturnAddresses() const { return m_callStack; }
     void setCallStackReturnAddresses(QList<quintptr> addresses);
 
@@ -54,12 +58,18 @@ public:
     static bool persistFailures();
 
 protected:
+    // The return addresses of the caller's stack, innermost first.
+    static QList<quintptr> captureCallStack();
+
     QVariantMap m_userInfo;
 
 private:
+    static quint64 nextIdentity();
+
     QString m_name;
     QString m_reason;
     QList<quintptr> m_callStack;
+    quint64 m_identity = nextIdentity();
     mutable QByteArray m_what;
     static std::atomic<bool> s_persistFailures;
 };

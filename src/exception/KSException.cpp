@@ -138,7 +138,9 @@ std::unique_ptr<Exception> KSException::clone() const
 
 void KSException::raise() const
 {
-    throw *this;
+    KSException raised(*this);
+    raised.setCallStackReturnAddresses(captureCallStack());
+    throw raised;
 }
 
 KSException& KSException::setDetail(const QVariant& value, const QString& key)

@@ -31,7 +31,7 @@ public:
     QString className() const override;
     QString description() const override;
     std::unique_ptr<Exception> clone() const override;
-    [[noreturn]] void raise() const override;
+    [[noreturn]] void raise() const final;
 
     const QVariantMap& details() const { return m_userInfo; }
 

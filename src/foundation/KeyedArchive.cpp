@@ -69,7 +69,7 @@ private:
 
 [[noreturn]] void raiseCorrupt(const QString& reason)
 {
-    throw KSException::exceptionWithName(QStringLiteral("Archive"), reason);
+    KSException::exceptionWithName(QStringLiteral("Archive"), reason).raise();
 }
 
 QCborValue encodeValue(const QVariant& value, int depth);
@@ -165,10 +165,11 @@ QCborValue encodeValue(const QVariant& value, int depth)
 void checkAllowed(const QString& className, const QSet<QString>& allowed, bool secure)
 {
     if (secure && !allowed.contains(className)) {
-        throw KSException::exceptionWithName(
+        KSException::exceptionWithName(
             QStringLiteral("Archive"),
             QStringLiteral("class %1 is not allowed here").arg(className))
-            .setClass(className);
+            .setClass(className)
+            .raise();
     }
 }
 
@@ -196,10 +197,11 @@ QVariant decodeObject(const QCborValue& content, const QSet<QString>& allowed, b
     checkAllowed(className, allowed, secure);
     const auto entry = Registry::instance().byName(className);
     if (!entry) {
-        throw KSException::exceptionWithName(
+        KSException::exceptionWithName(
             QStringLiteral("Archive"),
             QStringLiteral("class %1 is not known to this process").arg(className))
-            .setClass(className);
+            .setClass(className)
+            .raise();
     }
     return entry->decode(KeyedDecoder(className, pair.at(1).toMap(), secure, depth + 1));
 }
@@ -210,12 +212,13 @@ QCborValue parseRoot(const QByteArray& data)
     QCborValue root = QCborValue::fromCbor(reader);
     const QCborError error = reader.lastError();
     if (data.isEmpty() || error != QCborError::NoError || reader.currentOffset() != data.size()) {
-        throw KSException::exceptionWithName(QStringLiteral("Archive"),
-                                             QStringLiteral("data is not a keyed archive"))
+        KSException::exceptionWithName(QStringLiteral("Archive"),
+                                       QStringLiteral("data is not a keyed archive"))
             .setLength(quint64(data.size()))
             .setDetail(error == QCborError::NoError ? QStringLiteral("trailing bytes")
                                                     : error.toString(),
-                       QStringLiteral("Error"));
+                       QStringLiteral("Error"))
+            .raise();
     }
     return root;
 }

@@ -60,10 +60,11 @@ qint64 floorMod(qint64 value, qint64 divisor)
 
 [[noreturn]] void raiseConversionFailure(const QString& api)
 {
-    throw KSException::exceptionWithName(QStringLiteral("Date"),
-                                         QStringLiteral("failed UTCDateTime conversion"))
+    KSException::exceptionWithName(QStringLiteral("Date"),
+                                   QStringLiteral("failed UTCDateTime conversion"))
         .setPOSIXErr(ERANGE)
-        .setAPI(api);
+        .setAPI(api)
+        .raise();
 }
 
 // A wall time inside a spring-forward gap does not exist. Like calendar components, it is moved

@@ -243,9 +243,10 @@ void FullyQualifiedIdentifier::registerArchivableClass()
             }
             const QVariant identifier = coder.decodeObject(QStringLiteral("ident"), allowed);
             if (!identifier.isValid()) {
-                throw KSException::exceptionWithName(QStringLiteral("Archive"),
-                                                     QStringLiteral("identifier without a node"))
-                    .setClass(kClassName);
+                KSException::exceptionWithName(QStringLiteral("Archive"),
+                                               QStringLiteral("identifier without a node"))
+                    .setClass(kClassName)
+                    .raise();
             }
             const FQIdentifier parent =
                 coder.decodeObject(QStringLiteral("parent"), {kClassName}).value<FQIdentifier>();

@@ -179,8 +179,9 @@ QVariantMap SerializableDictionaryAdditions::dictionaryFromArchive(const QByteAr
     const QVariant decoded =
         KeyedArchive::unarchivedObject(data, KeyedArchive::propertyListClasses());
     if (decoded.metaType().id() != QMetaType::QVariantMap) {
-        throw KSException(QStringLiteral("IPC"), QStringLiteral("archive is not a dictionary"))
-            .setDetail(KeyedArchive::classNameOf(decoded), QStringLiteral("Class"));
+        KSException(QStringLiteral("IPC"), QStringLiteral("archive is not a dictionary"))
+            .setDetail(KeyedArchive::classNameOf(decoded), QStringLiteral("Class"))
+            .raise();
     }
     return dictionaryDecodingSerializableObjects(decoded.toMap());
 }

@@ -14,8 +14,9 @@ StringPool::StringPool()
     try {
         m_strings.reserve(kInitialCapacity);
     } catch (const std::bad_alloc&) {
-        throw KSException::exceptionWithName(QStringLiteral("Memory"),
-                                             QStringLiteral("cannot create string pool hash"));
+        KSException::exceptionWithName(QStringLiteral("Memory"),
+                                       QStringLiteral("cannot create string pool hash"))
+            .raise();
     }
 }
 

@@ -63,8 +63,9 @@ QString fileSystemIdOf(const QString& mountPoint)
 
 [[noreturn]] void raiseMalformed(const QString& reason)
 {
-    throw KSException::exceptionWithName(QStringLiteral("Archive"), reason)
-        .setClass(QStringLiteral("VolumeIdentifier"));
+    KSException::exceptionWithName(QStringLiteral("Archive"), reason)
+        .setClass(QStringLiteral("VolumeIdentifier"))
+        .raise();
 }
 } // namespace
 

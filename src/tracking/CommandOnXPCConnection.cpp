@@ -47,8 +47,8 @@ CommandOnXPCConnection::CommandOnXPCConnection(const QString& commandName, const
                           });
             });
         if (!answered) {
-            throw KSException(kIPC,
-                              QStringLiteral("could not obtain command name from remote process"));
+            KSException(kIPC, QStringLiteral("could not obtain command name from remote process"))
+                .raise();
         }
         name = *asked;
     }
@@ -139,5 +139,5 @@ void CommandOnXPCConnection::performOnCommand(const Block& block)
     const LogLine line =
         Logger::log(4, logLine(), QStringLiteral("Lost connection with helper"), &failure);
     Logger::log(7, line, QStringLiteral("id"), connectionName());
-    throw failure;
+    failure.raise();
 }

@@ -174,13 +174,19 @@ TEST(KSExceptionRaising, RaiseOrPersistFollowsTheProcessSwitch)
     EXPECT_EQ(lines.at(1).text, exception.description());
 }
 
-TEST(KSExceptionRaising, PolymorphicRaiseKeepsTheClass)
+TEST(KSExceptionRaising, RaisingKeepsClassAndIdentityAndTakesTheReturnAddresses)
 {
-    const std::unique_ptr<Exception> held = io().clone();
+    const auto made = io();
+    EXPECT_TRUE(made.callStackReturnAddresses().isEmpty());
+    EXPECT_NE(io().identity(), made.identity());
+    const std::unique_ptr<Exception> held = made.clone();
+    EXPECT_EQ(held->identity(), made.identity());
     try {
         held->raise();
     } catch (const KSException& caught) {
-        EXPECT_EQ(caught.reason(), QStringLiteral("Cannot create support folder"));
+        EXPECT_FALSE(caught.callStackReturnAddresses().isEmpty());
+        EXPECT_EQ(caught.identity(), made.identity());
+        EXPECT_EQ(caught.reason(), made.reason());
         return;
     }
     FAIL() << "raise lost the class";
