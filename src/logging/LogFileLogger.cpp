@@ -102,10 +102,10 @@ void LogFileLogger::openLocked()
     if (fd < 0) {
         const int err = errno;
         SystemLog::write(QStringLiteral("open('%1') errno=%2").arg(path).arg(err));
-        throw KSException::exceptionWithName(QStringLiteral("IO"),
-                                             QStringLiteral("cannot open log file"))
+        KSException::exceptionWithName(QStringLiteral("IO"), QStringLiteral("cannot open log file"))
             .setPOSIXErr(err)
-            .setStrPath(path);
+            .setStrPath(path)
+            .raise();
     }
     m_fileRef = fd;
 }
@@ -145,7 +145,7 @@ void LogFileLogger::reopen()
     } catch (const KSException& failure) {
         SystemLog::write(
             QStringLiteral("problem reopening log file: %1").arg(failure.description()));
-        releaseDefaultLogger();
+        releaseDefaultLogger(this);
     }
     Logger::reopen();
 }
@@ -181,23 +181,38 @@ QStringList LogFileLogger::logFiles() const
 void LogFileLogger::logCString(const QByteArray& line)
 {
     int err = 0;
+    bool closed = false;
     {
         std::lock_guard locker(m_lineLock);
-        if (m_fileRef < 0) {
-            return;
-        }
+        closed = m_fileRef < 0;
         char newline = '\n';
         iovec pieces[2] = {{const_cast<char*>(line.constData()), size_t(line.size())},
                            {&newline, 1}};
         const ssize_t expected = line.size() + 1;
-        if (::writev(m_fileRef, pieces, 2) != expected) {
+        if (!closed && ::writev(m_fileRef, pieces, 2) != expected) {
             err = errno == 0 ? EIO : errno;
         }
     }
+    if (closed) {
+        // The file was lost (a reopen failed): whoever is chosen now takes the line, so
+        // nothing waits for the next rotation or midnight.
+        releaseDefaultLogger(this);
+        const std::shared_ptr<Logger> successor = defaultLogger();
+        if (successor.get() != this) {
+            successor->logMessage(line);
+        }
+        return;
+    }
     if (err != 0) {
         SystemLog::write(QStringLiteral("write('%1') errno=%2").arg(currentLogFilePath()).arg(err));
-        releaseDefaultLogger();
+        releaseDefaultLogger(this);
     }
+}
+
+bool LogFileLogger::canWrite() const
+{
+    std::lock_guard locker(m_lineLock);
+    return m_fileRef >= 0;
 }
 
 void LogFileLogger::openUsingLaunchServices(const QString& line)

@@ -33,6 +33,7 @@ public:
     void rotateLogKeeping(unsigned keep) override;
     QStringList logFiles() const override;
     void logCString(const QByteArray& line) override;
+    bool canWrite() const override;
     void openUsingLaunchServices(const QString& line) override;
     void logRotationNotification();
 

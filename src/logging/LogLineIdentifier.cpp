@@ -3,8 +3,10 @@
 #include "foundation/KeyedArchive.h"
 #include "foundation/KeyedDecoder.h"
 
+#include <QDataStream>
 #include <QStringList>
 #include <algorithm>
+#include <charconv>
 #include <vector>
 
 namespace {
@@ -77,6 +79,17 @@ QString LogLineIdentifier::description() const
     return levels.join(QLatin1Char('.'));
 }
 
+void LogLineIdentifier::appendDescription(QByteArray& bytes) const
+{
+    if (m_parent) {
+        m_parent->appendDescription(bytes);
+        bytes += '.';
+    }
+    char digits[20];
+    const auto written = std::to_chars(digits, digits + sizeof digits, m_sequence);
+    bytes.append(digits, written.ptr - digits);
+}
+
 size_t LogLineIdentifier::hash() const
 {
     constexpr unsigned kFirstShift = 48;
@@ -111,6 +124,37 @@ bool sameLine(const LogLine& a, const LogLine& b)
         return !a && !b;
     }
     return *a == *b;
+}
+
+QDataStream& operator<<(QDataStream& stream, const LogLine& line)
+{
+    stream << quint8(line ? 1 : 0);
+    if (line) {
+        stream << line->parent() << quint32(line->classifications()) << quint32(line->sequence())
+               << quint32(line->count());
+    }
+    return stream;
+}
+
+QDataStream& operator>>(QDataStream& stream, LogLine& line)
+{
+    quint8 present = 0;
+    stream >> present;
+    line = nullptr;
+    if (present == 0) {
+        return stream;
+    }
+    LogLine parent;
+    quint32 classifications = 0;
+    quint32 sequence = 0;
+    quint32 count = 0;
+    stream >> parent >> classifications >> sequence >> count;
+    if (stream.status() == QDataStream::Ok) {
+        line = LogLineIdentifier::extending(parent, sequence);
+        line->m_subsequence = count;
+        line->m_classifications = quint16(classifications);
+    }
+    return stream;
 }
 
 void LogLineIdentifier::registerArchivableClass()

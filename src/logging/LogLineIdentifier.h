@@ -1,11 +1,13 @@
 #pragma once
 
+#include <QByteArray>
 #include <QMetaType>
 #include <QString>
 #include <atomic>
 #include <memory>
 
 class LogLineIdentifier;
+class QDataStream;
 using LogLine = std::shared_ptr<LogLineIdentifier>;
 
 // The place of a log line in the tree of lines: a chain of sequence numbers from the
@@ -31,11 +33,15 @@ public:
     int depth() const;
     quint64 application() const;
     QString description() const;
+    // The description's bytes, appended without a temporary per level.
+    void appendDescription(QByteArray& bytes) const;
     size_t hash() const;
 
     static void registerArchivableClass();
 
 private:
+    friend QDataStream& operator>>(QDataStream& stream, LogLine& line);
+
     LogLine m_parent;
     quint64 m_sequence;
     std::atomic<quint64> m_subsequence{0};
@@ -46,5 +52,10 @@ private:
 bool operator==(const LogLineIdentifier& a, const LogLineIdentifier& b);
 bool operator<(const LogLineIdentifier& a, const LogLineIdentifier& b);
 bool sameLine(const LogLine& a, const LogLine& b);
+
+// The non-keyed form: the parent (a presence byte, then the parent's own form), then the
+// classifications, the sequence and the count as unsigned 32-bit values. None is one zero byte.
+QDataStream& operator<<(QDataStream& stream, const LogLine& line);
+QDataStream& operator>>(QDataStream& stream, LogLine& line);
 
 Q_DECLARE_METATYPE(LogLine)

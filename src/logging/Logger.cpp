@@ -15,8 +15,10 @@
 #include <QFile>
 #include <QSysInfo>
 #include <QTimeZone>
+#include <charconv>
 #include <cstdarg>
 #include <dlfcn.h>
+#include <limits>
 #include <typeinfo>
 #include <unistd.h>
 
@@ -44,6 +46,11 @@ struct ProcessState
     QHash<QString, LogLine> placeholders;
 };
 
+// Read on every line: the wall clock and the real uid need no lock.
+std::atomic<bool> s_clockSet{false};
+std::atomic<LogLineIdentifier*> s_rootLine{nullptr};
+std::atomic<qint64> s_effectiveUid{-1};
+
 ProcessState& state()
 {
     static auto* processState = new ProcessState; // outlives every static destructor's log line
@@ -67,32 +74,124 @@ enum class CharKind
     Control
 };
 
-CharKind kindOf(QChar c)
+bool isNewline(char32_t c)
 {
-    if (c == QLatin1Char('\n') || c == QLatin1Char('\r')) {
+    return c == U'\n' || c == U'\r' || c == U'\f' || c == U'\v' || c == 0x85 || c == 0x2028 ||
+           c == 0x2029;
+}
+
+CharKind kindOf(char32_t c)
+{
+    if (isNewline(c)) {
         return CharKind::Newline;
     }
-    const auto category = c.category();
-    const bool control = category == QChar::Other_Control || category == QChar::Other_NotAssigned;
+    const auto category = QChar::category(c);
+    const bool control = category == QChar::Other_Control || category == QChar::Other_Format ||
+                         category == QChar::Other_NotAssigned;
     return control ? CharKind::Control : CharKind::Plain;
 }
 
-// Newline runs become " | ", runs of other control characters "?": one line in the file.
-QString oneLine(const QString& text)
+char* writeEscaped(char* out, char16_t unit)
 {
-    QString result;
-    result.reserve(text.size());
+    static constexpr char kHex[] = "0123456789abcdef";
+    *out++ = '\\';
+    *out++ = 'u';
+    for (int shift = 12; shift >= 0; shift -= 4) {
+        *out++ = kHex[(unit >> shift) & 0xf];
+    }
+    return out;
+}
+
+// At most six bytes for each UTF-16 unit of the text.
+char* writeLogText(char* out, QStringView text)
+{
     CharKind previous = CharKind::Plain;
-    for (const QChar c : text) {
-        const CharKind kind = kindOf(c);
+    const char16_t* units = text.utf16();
+    const qsizetype size = text.size();
+    for (qsizetype i = 0; i < size; ++i) {
+        const char16_t unit = units[i];
+        if (unit >= 0x20 && unit < 0x7f) {
+            *out++ = char(unit);
+            if (unit == u'\\') {
+                *out++ = '\\';
+            }
+            previous = CharKind::Plain;
+            continue;
+        }
+        const bool pair =
+            QChar::isHighSurrogate(unit) && i + 1 < size && QChar::isLowSurrogate(units[i + 1]);
+        CharKind kind = CharKind::Control; // an unpaired surrogate is no character at all
+        if (pair) {
+            kind = kindOf(QChar::surrogateToUcs4(unit, units[i + 1]));
+        } else if (!QChar::isSurrogate(unit)) {
+            kind = kindOf(unit);
+        }
         if (kind == CharKind::Plain) {
-            result += c;
-        } else if (kind != previous) {
-            result += kind == CharKind::Newline ? QStringLiteral(" | ") : QStringLiteral("?");
+            out = writeEscaped(out, unit);
+            if (pair) {
+                out = writeEscaped(out, units[++i]);
+            }
+        } else {
+            if (kind != previous) {
+                const char* replacement = kind == CharKind::Newline ? " | " : "?";
+                for (; *replacement != '\0'; ++replacement) {
+                    *out++ = *replacement;
+                }
+            }
+            i += pair ? 1 : 0;
         }
         previous = kind;
     }
-    return result;
+    return out;
+}
+
+QByteArray zoneText(int offsetSeconds)
+{
+    const int minutes = std::abs(offsetSeconds) / 60;
+    return QStringLiteral("%1%2%3")
+        .arg(offsetSeconds < 0 ? QLatin1Char('-') : QLatin1Char('+'))
+        .arg(minutes / 60, 2, 10, QLatin1Char('0'))
+        .arg(minutes % 60, 2, 10, QLatin1Char('0'))
+        .toLatin1();
+}
+
+// Formatting a local date costs far more than writing the line, so each thread formats the
+// second once and only fills in the milliseconds. The zone offset is taken per second as well,
+// so a change of daylight saving time shows from its first second.
+struct DateCache
+{
+    qint64 second = std::numeric_limits<qint64>::min();
+    QByteArray head; // "yyyy-MM-dd HH:mm:ss."
+    QByteArray tail; // " +0100"
+};
+
+void appendWallDate(QByteArray& bytes, qint64 msecs)
+{
+    thread_local DateCache cache;
+    const qint64 second = msecs >= 0 ? msecs / 1000 : -((-msecs + 999) / 1000);
+    if (second != cache.second) {
+        const QDateTime date = QDateTime::fromMSecsSinceEpoch(second * 1000);
+        cache.head = date.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss.")).toLatin1();
+        cache.tail = ' ' + zoneText(date.offsetFromUtc());
+        cache.second = second;
+    }
+    const auto millisecond = int(msecs - second * 1000);
+    bytes += cache.head;
+    bytes += char('0' + millisecond / 100);
+    bytes += char('0' + millisecond / 10 % 10);
+    bytes += char('0' + millisecond % 10);
+    bytes += cache.tail;
+}
+
+std::shared_ptr<Logger> makeFallback()
+{
+    // Root must not write to a console by default; everybody else may.
+    const qint64 uid = s_effectiveUid.load();
+    const bool root = (uid < 0 ? geteuid() : uid_t(uid)) == 0;
+    if (root) {
+        return std::make_shared<NullLogger>();
+    }
+    return std::make_shared<NSLogLogger>();
 }
 
 QString pointerText(quintptr address)
@@ -172,19 +271,12 @@ std::shared_ptr<Logger> Logger::defaultLogger()
             return state().defaultLogger;
         }
     }
-    // Root must not write to a console by default; everybody else may.
-    const bool root = geteuid() == 0;
-    std::shared_ptr<Logger> fallback;
-    if (root) {
-        fallback = std::make_shared<NullLogger>();
-    } else {
-        fallback = std::make_shared<NSLogLogger>();
-    }
+    const std::shared_ptr<Logger> fallback = makeFallback();
     setDefaultLogger(fallback);
     try {
         setDefaultLogger(LogFileLogger::create());
     } catch (const std::exception& failure) {
-        if (!root) {
+        if (dynamic_cast<NSLogLogger*>(fallback.get()) != nullptr) {
             fallback->logLine(
                 5, nullptr, QStringLiteral("could not create standard logger; logging to console"));
             fallback->logException(5, &KSException::userInfoLogClassifications(), nullptr, failure);
@@ -198,6 +290,11 @@ void Logger::setDefaultLogger(std::shared_ptr<Logger> logger)
 {
     if (logger) {
         logger->reopen();
+        // Lines must go somewhere now, not after the next rotation or midnight.
+        if (!logger->canWrite()) {
+            logger = makeFallback();
+            logger->reopen();
+        }
     }
     QMutexLocker locker(&state().mutex);
     state().defaultLogger = std::move(logger);
@@ -209,6 +306,18 @@ void Logger::releaseDefaultLogger()
     QMutexLocker locker(&state().mutex);
     released.swap(state().defaultLogger);
     locker.unlock();
+}
+
+bool Logger::releaseDefaultLogger(const Logger* current)
+{
+    std::shared_ptr<Logger> released;
+    QMutexLocker locker(&state().mutex);
+    if (state().defaultLogger.get() != current) {
+        return false;
+    }
+    released.swap(state().defaultLogger);
+    locker.unlock();
+    return true;
 }
 
 LogLine Logger::rootLogLine()
@@ -223,6 +332,7 @@ LogLine Logger::rootLogLine()
         const auto dayLine =
             LogLineIdentifier::extending(application, quint64(day * 100 + minute * 100 / 1440));
         state().rootLine = LogLineIdentifier::extending(dayLine, quint64(getpid()));
+        s_rootLine.store(state().rootLine.get());
     }
     return state().rootLine;
 }
@@ -236,11 +346,20 @@ void Logger::setApplicationCode(quint64 code)
 void Logger::setClock(Clock clock)
 {
     QMutexLocker locker(&state().mutex);
+    s_clockSet.store(bool(clock));
     state().clock = std::move(clock);
+}
+
+void Logger::setEffectiveUid(std::optional<unsigned> uid)
+{
+    s_effectiveUid.store(uid ? qint64(*uid) : -1);
 }
 
 QDateTime Logger::now()
 {
+    if (!s_clockSet.load(std::memory_order_relaxed)) {
+        return QDateTime::currentDateTime();
+    }
     Clock clock;
     {
         QMutexLocker locker(&state().mutex);
@@ -268,9 +387,24 @@ LogLine Logger::logFormat(int classification, const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
-    const QString message = QString::vasprintf(format, arguments);
+    const LogLine line = logInLineFormatArgs(classification, nullptr, format, arguments);
     va_end(arguments);
-    return log(classification, message);
+    return line;
+}
+
+LogLine Logger::logInLineFormat(int classification, const LogLine& inLine, const char* format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const LogLine line = logInLineFormatArgs(classification, inLine, format, arguments);
+    va_end(arguments);
+    return line;
+}
+
+LogLine Logger::logInLineFormatArgs(int classification, const LogLine& inLine, const char* format,
+                                    va_list arguments)
+{
+    return log(classification, inLine, QString::vasprintf(format, arguments));
 }
 
 LogLine Logger::log(int classification, const LogLine& inLine, const QString& message)
@@ -434,7 +568,14 @@ LogLine Logger::logStopProcess(const QString& nameAndVersion, int exitStatus)
 
 LogLine Logger::logLine(int classification, const LogLine& inLine, const QString& message)
 {
-    const LogLine parent = inLine ? inLine : rootLogLine();
+    LogLineIdentifier* parent = inLine.get();
+    if (parent == nullptr) {
+        parent = s_rootLine.load(std::memory_order_acquire);
+    }
+    if (parent == nullptr) {
+        rootLogLine();
+        parent = s_rootLine.load();
+    }
     if (classification >= 0) {
         parent->addClassification(classification);
     }
@@ -449,21 +590,25 @@ LogLine Logger::logLine(int classification, const LogLine& inLine, const QString
 
 bool Logger::isNewException(const std::exception& exception) const
 {
-    return m_lastException.load() != &exception;
+    if (const auto* known = dynamic_cast<const Exception*>(&exception)) {
+        return m_lastException.load() != known->identity();
+    }
+    return m_lastForeignException.load() != &exception;
 }
 
 LogLine Logger::logException(int classification, const ClassificationMap* map,
                              const LogLine& inLine, const std::exception& exception)
 {
-    m_lastException.store(&exception);
+    const auto* known = dynamic_cast<const Exception*>(&exception);
+    m_lastException.store(known != nullptr ? known->identity() : 0);
+    m_lastForeignException.store(known != nullptr ? nullptr : &exception);
     if (classification < 0) {
         classification = KSException::preferredLogClassForException(exception);
     }
     QString name;
-    const QString reason = oneLine(describeException(exception, &name));
+    const QString reason = describeException(exception, &name);
     const LogLine line = logLine(classification, inLine, reason);
     logKeyValue(kHiddenClass, line, QStringLiteral(".Exception"), name);
-    const auto* known = dynamic_cast<const Exception*>(&exception);
     if (known != nullptr) {
         logDictionary(kDetailsClass, map, line, known->userInfo());
         if (!known->callStackReturnAddresses().isEmpty()) {
@@ -573,21 +718,46 @@ LogLine Logger::logKeyValue(int classification, const LogLine& inLine, const QSt
 QDateTime Logger::logDateReopeningLogger()
 {
     const QDateTime date = now();
-    if (date >= reopenDate()) {
+    if (date.toMSecsSinceEpoch() >= reopenMSecs()) {
         reopen();
-        QMutexLocker locker(&m_reopenLock);
-        m_reopenDate = QDateTime();
+        m_reopenMSecs.store(0);
     }
     return date;
 }
 
+void Logger::appendLogDate(QByteArray& bytes)
+{
+    if (s_clockSet.load(std::memory_order_relaxed)) {
+        bytes += formatDate(logDateReopeningLogger()).toLatin1();
+        return;
+    }
+    const qint64 msecs = QDateTime::currentMSecsSinceEpoch();
+    if (msecs >= reopenMSecs()) {
+        reopen();
+        m_reopenMSecs.store(0);
+    }
+    appendWallDate(bytes, msecs);
+}
+
 QDateTime Logger::reopenDate()
 {
-    QMutexLocker locker(&m_reopenLock);
-    if (!m_reopenDate.isValid()) {
-        m_reopenDate = RelativeDate::dateOffsetBy(RelativeDate::startOfDay(now()), 1, 2);
+    return QDateTime::fromMSecsSinceEpoch(reopenMSecs());
+}
+
+qint64 Logger::reopenMSecs()
+{
+    qint64 msecs = m_reopenMSecs.load(std::memory_order_acquire);
+    if (msecs != 0) {
+        return msecs;
     }
-    return m_reopenDate;
+    QMutexLocker locker(&m_reopenLock);
+    msecs = m_reopenMSecs.load();
+    if (msecs == 0) {
+        msecs =
+            RelativeDate::dateOffsetBy(RelativeDate::startOfDay(now()), 1, 2).toMSecsSinceEpoch();
+        m_reopenMSecs.store(msecs);
+    }
+    return msecs;
 }
 
 void Logger::flush() {}
@@ -614,10 +784,19 @@ QStringList Logger::logFiles() const
 std::optional<QByteArray> Logger::formatMessage(const QString& message, const LogLine& line,
                                                 int /*classification*/, const QString& classString)
 {
-    const QString text =
-        QStringLiteral("%1 %2 %3 [%4]")
-            .arg(formatDate(logDateReopeningLogger()), classString, message, line->description());
-    return nonLossyASCII(text);
+    // One allocation: room for the date, the escaped texts and a deep identifier.
+    constexpr qsizetype kFixedRoom = 128;
+    QByteArray bytes;
+    bytes.reserve(kFixedRoom + 6 * (classString.size() + message.size()));
+    appendLogDate(bytes);
+    bytes += ' ';
+    appendLogText(bytes, classString);
+    bytes += ' ';
+    appendLogText(bytes, message);
+    bytes += " [";
+    line->appendDescription(bytes);
+    bytes += ']';
+    return bytes;
 }
 
 void Logger::logCString(const QByteArray& /*line*/) {}
@@ -629,30 +808,28 @@ void Logger::logMessage(const QByteArray& formatted)
 
 void Logger::openUsingLaunchServices(const QString& /*line*/) {}
 
-QString Logger::formatDate(const QDateTime& date)
+bool Logger::canWrite() const
 {
-    const int offset = date.offsetFromUtc();
-    const int minutes = std::abs(offset) / 60;
-    return date.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss.zzz ")) +
-           QStringLiteral("%1%2%3")
-               .arg(offset < 0 ? QLatin1Char('-') : QLatin1Char('+'))
-               .arg(minutes / 60, 2, 10, QLatin1Char('0'))
-               .arg(minutes % 60, 2, 10, QLatin1Char('0'));
+    return true;
 }
 
-QByteArray Logger::nonLossyASCII(const QString& text)
+QString Logger::formatDate(const QDateTime& date)
+{
+    return date.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss.zzz ")) +
+           QString::fromLatin1(zoneText(date.offsetFromUtc()));
+}
+
+QByteArray Logger::logText(QStringView text)
 {
     QByteArray bytes;
-    bytes.reserve(text.size());
-    for (const QChar c : text) {
-        const char16_t unit = c.unicode();
-        if (unit == u'\\') {
-            bytes += "\\\\";
-        } else if (unit < 0x80) {
-            bytes += char(unit);
-        } else {
-            bytes += QStringLiteral("\\u%1").arg(unit, 4, 16, QLatin1Char('0')).toLatin1();
-        }
-    }
+    appendLogText(bytes, text);
     return bytes;
+}
+
+void Logger::appendLogText(QByteArray& bytes, QStringView text)
+{
+    const qsizetype start = bytes.size();
+    bytes.resize(start + 6 * text.size());
+    char* end = writeLogText(bytes.data() + start, text);
+    bytes.truncate(end - bytes.constData());
 }

@@ -8,8 +8,10 @@
 #include <QMutex>
 #include <QString>
 #include <QStringList>
+#include <QStringView>
 #include <QVariant>
 #include <atomic>
+#include <cstdarg>
 #include <exception>
 #include <functional>
 #include <memory>
@@ -43,6 +45,8 @@ public:
     // Tests move time; everything else uses the wall clock.
     static void setClock(Clock clock);
     static QDateTime now();
+    // Tests choose the fallback as another user would; none uses the process's effective uid.
+    static void setEffectiveUid(std::optional<unsigned> uid);
 
     static QString nameOfClassification(int classification);
     static int classificationFromName(const QString& name);
@@ -51,6 +55,11 @@ public:
     static LogLine logFormat(int classification, const char* format, ...)
         __attribute__((format(printf, 2, 3)));
     static LogLine log(int classification, const LogLine& inLine, const QString& message);
+    static LogLine logInLineFormat(int classification, const LogLine& inLine, const char* format,
+                                   ...) __attribute__((format(printf, 3, 4)));
+    static LogLine logInLineFormatArgs(int classification, const LogLine& inLine,
+                                       const char* format, va_list arguments)
+        __attribute__((format(printf, 3, 0)));
     static LogLine log(int classification, const LogLine& inLine, const QString& key,
                        const QVariant& value);
     static LogLine logData(int classification, const LogLine& inLine, const QString& key,
@@ -104,20 +113,31 @@ public:
     virtual void logCString(const QByteArray& line);
     void logMessage(const QByteArray& formatted);
     virtual void openUsingLaunchServices(const QString& line);
+    // False for a logger that lost what it writes to; such a one is never made the default.
+    virtual bool canWrite() const;
 
     static QString formatDate(const QDateTime& date);
-    // Bytes as the log file holds them: ASCII, anything else escaped as \uXXXX.
-    static QByteArray nonLossyASCII(const QString& text);
+    // A text as the log holds it: one line of ASCII. Runs of line breaks read " | ", runs of
+    // control, format, unassigned or unpaired surrogate characters "?", other non-ASCII
+    // characters \uXXXX and a backslash "\\".
+    static QByteArray logText(QStringView text);
+    static void appendLogText(QByteArray& bytes, QStringView text);
 
 protected:
     Logger();
+    // Forgets the default logger only when it is this one; true if it was.
+    static bool releaseDefaultLogger(const Logger* current);
 
 private:
     void writeBacktrace(const LogLine& reasonLine, const QList<quintptr>& addresses);
+    void appendLogDate(QByteArray& bytes);
+    qint64 reopenMSecs();
 
-    QDateTime m_reopenDate;
+    std::atomic<qint64> m_reopenMSecs{0}; // 0 until computed
     QMutex m_reopenLock;
-    std::atomic<const void*> m_lastException{nullptr};
+    // Exceptions of this product by identity; foreign ones can only be told by address.
+    std::atomic<quint64> m_lastException{0};
+    std::atomic<const void*> m_lastForeignException{nullptr};
     QMutex m_backtraceLock;
     QHash<quintptr, QList<quintptr>> m_taggedBacktraces;
     quint64 m_taggedCount = 0;

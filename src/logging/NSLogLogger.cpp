@@ -10,9 +10,18 @@ std::optional<QByteArray> NSLogLogger::formatMessage(const QString& message,
         return std::nullopt;
     }
     if (classification == 0) {
-        return nonLossyASCII(message);
+        return logText(message);
     }
-    return nonLossyASCII(QStringLiteral("(%1) %2").arg(classString, message));
+    QByteArray bytes = "(" + logText(classString) + ") ";
+    appendLogText(bytes, message);
+    return bytes;
+}
+
+LogLine NSLogLogger::log(int classification, const QString& message)
+{
+    SystemLog::write(QString::fromLatin1(logText(nameOfClassification(classification)) + " - " +
+                                         logText(message)));
+    return nullptr;
 }
 
 void NSLogLogger::logCString(const QByteArray& line)

@@ -1,5 +1,7 @@
 #include "LoggingFixture.h"
 #include "fakes/FakeClientApplication.h"
+#include "logging/NSLogLogger.h"
+#include "logging/NullLogger.h"
 #include "support/PrivateBus.h"
 
 #include <QDir>
@@ -46,14 +48,6 @@ class LogFileLoggerTest : public LoggingFixture
 protected:
     QStringList paths() const { return LogFileLogger::logFilePaths(LogFileLogger::kLogFileCount); }
 };
-
-TEST_F(LogFileLoggerTest, PathsAreTheLogAndNineRotations)
-{
-    const QStringList all = paths();
-    ASSERT_EQ(all.size(), 10);
-    EXPECT_EQ(all.at(0), m_stateHome.path() + QStringLiteral("/Kestrom/Kestrom.log"));
-    EXPECT_EQ(all.at(9), m_stateHome.path() + QStringLiteral("/Kestrom/Kestrom.log.9"));
-}
 
 TEST_F(LogFileLoggerTest, FourProcessesAppendingConcurrentlyLeaveWholeLines)
 {
@@ -117,28 +111,24 @@ TEST_F(LogFileLoggerTest, TheFirstLineAtMidnightReopensBeforeItIsWritten)
                                          QStringLiteral(" 00:00:00.000 ")));
 }
 
-TEST_F(LogFileLoggerTest, RotationKeepingZeroDeletesAllNumberedFilesAndRenamesNothing)
+TEST_F(LogFileLoggerTest, RotationKeepingZeroDeletesTheNumberedFilesAndNineShiftsThemAll)
 {
-    Logger::log(0, QStringLiteral("current"));
-    for (int i = 1; i < 10; ++i) {
-        writeFile(paths().at(i), QByteArray::number(i));
+    ASSERT_EQ(paths().size(), 10);
+    EXPECT_EQ(paths().at(9), m_stateHome.path() + QStringLiteral("/Kestrom/Kestrom.log.9"));
+    for (const unsigned keep : {0U, 9U}) {
+        Logger::log(0, QStringLiteral("current %1").arg(keep));
+        for (int i = 1; i < 10; ++i) {
+            writeFile(paths().at(i), QByteArray::number(i));
+        }
+        Logger::defaultLogger()->rotateLogKeeping(keep);
+        for (int i = 2; i < 10; ++i) { // keeping 0 deletes them all and renames nothing
+            const QByteArray shifted = keep == 0 ? QByteArray() : QByteArray::number(i - 1);
+            EXPECT_EQ(readFile(paths().at(i)), shifted) << keep << i;
+        }
+        const QStringList kept = fileLines(paths().at(keep == 0 ? 0 : 1));
+        EXPECT_TRUE(anyLineContains(kept, QStringLiteral("current %1").arg(keep))) << keep;
+        EXPECT_EQ(QFile::exists(paths().at(1)), keep != 0);
     }
-    Logger::defaultLogger()->rotateLogKeeping(0);
-    EXPECT_EQ(Logger::defaultLogger()->logFiles(), QStringList{paths().at(0)});
-    EXPECT_TRUE(anyLineContains(logLines(), QStringLiteral("current")));
-}
-
-TEST_F(LogFileLoggerTest, RotationKeepingNineShiftsEveryFileAndDropsTheOldest)
-{
-    Logger::log(0, QStringLiteral("current"));
-    for (int i = 1; i < 10; ++i) {
-        writeFile(paths().at(i), QByteArray::number(i));
-    }
-    Logger::defaultLogger()->rotateLogKeeping(9);
-    for (int i = 2; i < 10; ++i) {
-        EXPECT_EQ(readFile(paths().at(i)), QByteArray::number(i - 1)) << i;
-    }
-    EXPECT_TRUE(anyLineContains(fileLines(paths().at(1)), QStringLiteral("current")));
     Logger::log(0, QStringLiteral("fresh"));
     EXPECT_EQ(logLines().size(), 1);
 }
@@ -153,25 +143,42 @@ TEST_F(LogFileLoggerTest, NewLogFileIsGroupWritable)
     EXPECT_EQ(info.st_mode & 0777, 0664U);
 }
 
-TEST_F(LogFileLoggerTest, AnUnusableFolderFallsBackAndTheFileComesBackWhenItCan)
+TEST_F(LogFileLoggerTest, AnUnusableFolderFallsBackByUserAndTheFileComesBackWhenItCan)
 {
     writeFile(LogFileLogger::logFolder(), "not a folder");
-    Logger::log(5, QStringLiteral("nowhere to go"));
-    Logger::log(5, QStringLiteral("still nowhere"));
+    for (const unsigned uid : {0U, 501U}) { // root must not write to the console
+        Logger::setEffectiveUid(uid);
+        Logger::releaseDefaultLogger();
+        Logger::log(5, QStringLiteral("nowhere to go"));
+        const auto* chosen = Logger::defaultLogger().get();
+        EXPECT_EQ(dynamic_cast<const NSLogLogger*>(chosen) != nullptr, uid != 0) << uid;
+        EXPECT_EQ(dynamic_cast<const NullLogger*>(chosen) != nullptr, uid == 0) << uid;
+    }
     const QStringList said = systemLog();
     ASSERT_FALSE(said.isEmpty());
     EXPECT_TRUE(said.at(0).startsWith(QStringLiteral("open('") + paths().at(0)));
-    if (geteuid() == 0) {
-        EXPECT_EQ(said.count(QStringLiteral("log output is being discarded")), 1);
-    } else {
-        EXPECT_TRUE(said.contains(QStringLiteral("(Failure) could not create standard logger; "
-                                                 "logging to console")));
-        EXPECT_TRUE(said.contains(QStringLiteral("(Failure) still nowhere")));
-    }
+    EXPECT_EQ(said.count(QStringLiteral("log output is being discarded")), 1);
+    EXPECT_EQ(said.count(QStringLiteral("(Failure) nowhere to go")), 1);
+    EXPECT_TRUE(said.contains(
+        QStringLiteral("(Failure) could not create standard logger; logging to console")));
     ASSERT_TRUE(QFile::remove(LogFileLogger::logFolder()));
     Logger::releaseDefaultLogger();
     Logger::log(0, QStringLiteral("back in the file"));
     EXPECT_TRUE(anyLineContains(logLines(), QStringLiteral("back in the file")));
+}
+
+TEST_F(LogFileLoggerTest, ALoggerThatCannotReopenHandsItsLinesOverAtOnce)
+{
+    Logger::setEffectiveUid(501);
+    const auto lost = LogFileLogger::create();
+    ASSERT_TRUE(QDir(LogFileLogger::logFolder()).removeRecursively());
+    writeFile(LogFileLogger::logFolder(), "not a folder");
+    Logger::setDefaultLogger(lost);
+    EXPECT_NE(Logger::defaultLogger(), lost);
+    Logger::log(5, QStringLiteral("at once"));
+    lost->logLine(5, nullptr, QStringLiteral("through the lost file"));
+    EXPECT_TRUE(systemLog().contains(QStringLiteral("(Failure) at once")));
+    EXPECT_TRUE(anyLineContains(systemLog(), QStringLiteral(" Failure through the lost file [")));
 }
 
 TEST_F(LogFileLoggerTest, AFailedWriteGoesToTheSystemLogAndTheNextLineChoosesAgain)
@@ -189,30 +196,27 @@ TEST_F(LogFileLoggerTest, AFailedWriteGoesToTheSystemLogAndTheNextLineChoosesAga
     EXPECT_TRUE(lines.at(0).contains(QStringLiteral("written again")));
 }
 
-TEST_F(LogFileLoggerTest, OpeningTheLogInAMissingClientIsLoggedAsCurious)
+TEST_F(LogFileLoggerTest, OpeningTheLogAsksTheClientForTheLineAndTellsWhyItCannot)
 {
     Logger::defaultLogger()->openUsingLaunchServices(QStringLiteral("4.1.2.3"));
-    const QStringList lines = logLines();
+    QStringList lines = logLines();
     ASSERT_EQ(lines.size(), 2);
     EXPECT_TRUE(lines.at(0).contains(
         QStringLiteral(" Curious Unable to obtain file reference for Kestrom application [")));
     EXPECT_TRUE(lines.at(1).contains(
         QStringLiteral(" #debug# LSFindApplicationForInfo(com.kestrom.client) returned -10814 [")));
-}
 
-TEST_F(LogFileLoggerTest, OpeningTheLogAsksTheClientForTheLine)
-{
     FakeClientApplication client;
     Logger::defaultLogger()->openUsingLaunchServices(QStringLiteral("4.1.2.3"));
     ASSERT_EQ(client.m_actions.size(), 1);
     EXPECT_EQ(client.m_actions.at(0).first, QStringLiteral("view-log"));
     EXPECT_EQ(client.m_actions.at(0).second,
               (QVariantList{paths().at(0), QStringLiteral("4.1.2.3")}));
-    EXPECT_TRUE(logLines().isEmpty());
+    EXPECT_EQ(logLines().size(), 2);
 
     client.m_activateResult = ClientApplication::kRequestFailed;
     Logger::defaultLogger()->openUsingLaunchServices(QStringLiteral("4.1.2.3"));
-    const QStringList lines = logLines();
+    lines = logLines().mid(2);
     ASSERT_EQ(lines.size(), 3);
     EXPECT_TRUE(
         lines.at(0).contains(QStringLiteral(" Curious Error sending open log file request")));

@@ -2,6 +2,8 @@
 
 #include "foundation/KeyedArchive.h"
 
+#include <QDataStream>
+#include <QIODevice>
 #include <gtest/gtest.h>
 #include <thread>
 #include <vector>
@@ -67,18 +69,31 @@ TEST(LogLineIdentifier, ConcurrentChildrenAreAllDistinct)
     EXPECT_EQ(all.back(), 4000U);
 }
 
-TEST(LogLineIdentifier, ArchivesWithItsParentsAndCounts)
+TEST(LogLineIdentifier, ArchivesKeyedAndNonKeyedWithItsParentsAndCounts)
 {
-    const auto line = LogLineIdentifier::fromString(QStringLiteral("4.73961099.512.7"));
+    const auto line = LogLineIdentifier::fromString(QStringLiteral("4.7"));
+    line->next();
     line->next();
     line->addClassification(5);
-    const QVariant decoded =
+    QByteArray bytes; // non-keyed: the parent, then three unsigned 32-bit values; none is 0
+    QDataStream writer(&bytes, QIODevice::WriteOnly);
+    writer << line << LogLine();
+    EXPECT_EQ(bytes.toHex(), QByteArray("0101"
+                                        "00"
+                                        "000000000000000400000000"
+                                        "000000200000000700000002"
+                                        "00"));
+    LogLine nonKeyed;
+    QDataStream reader(bytes);
+    reader >> nonKeyed;
+    const QVariant keyed =
         KeyedArchive::unarchivedObject(KeyedArchive::archivedData(QVariant::fromValue(line)),
                                        {QStringLiteral("LogLineIdentifier")});
-    const auto copy = decoded.value<LogLine>();
-    ASSERT_NE(copy, nullptr);
-    EXPECT_EQ(copy->description(), QStringLiteral("4.73961099.512.7"));
-    EXPECT_EQ(copy->count(), 1U);
-    EXPECT_EQ(copy->classifications(), 1U << 5);
-    EXPECT_TRUE(*copy == *line);
+    for (const LogLine& copy : {keyed.value<LogLine>(), nonKeyed}) {
+        ASSERT_NE(copy, nullptr);
+        EXPECT_EQ(copy->description(), QStringLiteral("4.7"));
+        EXPECT_EQ(copy->count(), 2U);
+        EXPECT_EQ(copy->classifications(), 1U << 5);
+        EXPECT_TRUE(*copy == *line);
+    }
 }

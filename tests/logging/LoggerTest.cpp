@@ -4,6 +4,7 @@
 #include "logging/NSLogLogger.h"
 
 #include <QRegularExpression>
+#include <new>
 
 namespace {
 struct ParsedLine
@@ -74,8 +75,11 @@ TEST_F(LoggerTest, LinesCarryDateClassMessageAndNestedIdentifier)
 {
     const LogLine top = Logger::log(5, QStringLiteral("Cannot reach the scheduler"));
     const LogLine child = Logger::log(7, top, QStringLiteral("attempt"), 3);
+    Logger::logInLineFormat(7, child, "%d of %s", 2, "3");
     const auto lines = parsedLogLines(logLines());
-    ASSERT_EQ(lines.size(), 2);
+    ASSERT_EQ(lines.size(), 3);
+    EXPECT_EQ(lines.at(2).message, QStringLiteral("2 of 3"));
+    EXPECT_EQ(lines.at(2).identifier, child->description() + QStringLiteral(".1"));
     EXPECT_EQ(lines.at(0).classification, QStringLiteral("Failure"));
     EXPECT_EQ(lines.at(0).identifier, top->description());
     EXPECT_EQ(lines.at(1).message, QStringLiteral("attempt: 3"));
@@ -86,12 +90,34 @@ TEST_F(LoggerTest, LinesCarryDateClassMessageAndNestedIdentifier)
     EXPECT_NE(Logger::rootLogLine()->classifications() & (1U << 5), 0U);
 }
 
-TEST_F(LoggerTest, NonASCIITextIsEscapedNotLost)
+TEST_F(LoggerTest, EveryLoggedTextIsWrittenOnOneLineOfASCII)
 {
-    Logger::log(0, QStringLiteral("Café \\ backup"));
-    const auto lines = parsedLogLines(logLines());
-    ASSERT_EQ(lines.size(), 1);
-    EXPECT_EQ(lines.at(0).message, QStringLiteral("Caf\\u00e9 \\\\ backup"));
+    // Line breaks of every kind; a tab, a format, an unassigned and a lone surrogate; non-ASCII.
+    const QString text = QStringLiteral("a\r\n\u2028b\f\v\u0085c\t\u200b\u0378") + QChar(0xd800) +
+                         QStringLiteral("!Café \\");
+    auto failure = KSException::exceptionWithName(text, text);
+    failure.setDetail(text, text);
+    const LogLine top = Logger::log(5, text);
+    Logger::log(5, top, text, QVariantList{text, QVariantMap{{text, text}}});
+    Logger::logFormat(5, "%s", text.toUtf8().constData());
+    Logger::logInLineFormat(5, top, "%s", text.toUtf8().constData());
+    Logger::logData(5, top, text, QByteArray("\n"), 0);
+    Logger::logPlaceholder(5, top, text, text, &failure);
+    Logger::log(5, QString(),
+                Error(Error::kPOSIXDomain, 5, {{Error::kLocalizedDescriptionKey, text}}));
+    const QStringList lines = logLines();
+    const auto parsed = parsedLogLines(lines);
+    ASSERT_EQ(parsed.size(), lines.size());
+    EXPECT_EQ(parsed.at(0).message, QStringLiteral("a | b | c?!Caf\\u00e9 \\\\"));
+    const QStringList last = messages(parsed).mid(parsed.size() - 7); // the error's
+    EXPECT_EQ(last.mid(0, 3), (QStringList{parsed.at(0).message, QStringLiteral("general problem"),
+                                           QStringLiteral(".Exception: IO")}));
+    EXPECT_TRUE(last.contains(QStringLiteral("POSIXErr: 5")));
+    for (const QString& line : lines) {
+        EXPECT_TRUE(std::all_of(line.cbegin(), line.cend(), [](QChar c) {
+            return c.unicode() >= 0x20 && c.unicode() < 0x7f;
+        })) << line.toStdString();
+    }
 }
 
 TEST_F(LoggerTest, DictionariesRecurseAndHideDottedKeys)
@@ -118,9 +144,16 @@ TEST_F(LoggerTest, DictionariesRecurseAndHideDottedKeys)
 
 TEST_F(LoggerTest, ExceptionsWriteReasonNameDetailsAndABacktraceOnce)
 {
-    auto failure = KSException::exceptionWithName(QStringLiteral("Cancel"),
-                                                  QStringLiteral("stopped\n\nby user\x01\x02!"));
-    failure.setStrPath(QStringLiteral("/srv")).setAPI(QStringLiteral("open"));
+    KSException failure;
+    try {
+        KSException::exceptionWithName(QStringLiteral("Cancel"),
+                                       QStringLiteral("stopped\n\nby user\x01\x02!"))
+            .setStrPath(QStringLiteral("/srv"))
+            .setAPI(QStringLiteral("open"))
+            .raise();
+    } catch (const KSException& raised) {
+        failure = raised;
+    }
     Logger::logException(failure);
     Logger::logException(failure);
     const auto lines = parsedLogLines(logLines());
@@ -142,24 +175,16 @@ TEST_F(LoggerTest, ExceptionsWriteReasonNameDetailsAndABacktraceOnce)
     EXPECT_EQ(texts.at(firstLength + 4), texts.at(4));
 }
 
-TEST_F(LoggerTest, OnlyANewExceptionIsLoggedByLogNew)
+TEST_F(LoggerTest, OnlyANewExceptionIsLoggedByLogNewEvenAtAReusedAddress)
 {
-    const auto failure = KSException::exceptionWithName(QStringLiteral("IO"), QStringLiteral("r"));
-    EXPECT_NE(Logger::logNewException(failure), nullptr);
-    EXPECT_EQ(Logger::logNewException(failure), nullptr);
-    const auto other = KSException::exceptionWithName(QStringLiteral("IO"), QStringLiteral("r"));
-    EXPECT_NE(Logger::logNewException(other), nullptr);
-}
-
-TEST_F(LoggerTest, ErrorsAreLoggedWithAGeneralProblemException)
-{
-    Logger::logDebugError(Error(Error::kPOSIXDomain, 5,
-                                {{Error::kLocalizedDescriptionKey, QStringLiteral("I/O error")}}));
-    const QStringList texts = messages(parsedLogLines(logLines()));
-    ASSERT_GE(texts.size(), 3);
-    EXPECT_EQ(texts.at(0), QStringLiteral("I/O error"));
-    EXPECT_EQ(texts.at(1), QStringLiteral("general problem"));
-    EXPECT_TRUE(texts.contains(QStringLiteral("POSIXErr: 5")));
+    alignas(KSException) unsigned char storage[sizeof(KSException)];
+    for (int i = 0; i < 2; ++i) {
+        auto* failure = new (storage) KSException(QStringLiteral("IO"), QStringLiteral("r"));
+        EXPECT_NE(Logger::logNewException(*failure), nullptr) << i;
+        EXPECT_EQ(Logger::logNewException(*failure), nullptr) << i;
+        EXPECT_EQ(Logger::logNewException(KSException(*failure)), nullptr) << i; // a copy
+        failure->~KSException();
+    }
 }
 
 TEST_F(LoggerTest, PlaceholdersAreWrittenOnceAndRepeatsCapAtSixty)
@@ -237,8 +262,9 @@ TEST_F(LoggerTest, ConsoleFallbackSkipsHiddenAndDebugLines)
     Logger::log(5, QStringLiteral("failed"));
     Logger::log(8, QStringLiteral("hidden"));
     Logger::log(9, QStringLiteral("debug"));
-    EXPECT_EQ(systemLog(),
-              (QStringList{QStringLiteral("plain"), QStringLiteral("(Failure) failed")}));
+    NSLogLogger::log(9, QStringLiteral("direct\nto console"));
+    EXPECT_EQ(systemLog(), (QStringList{QStringLiteral("plain"), QStringLiteral("(Failure) failed"),
+                                        QStringLiteral("#debug# - direct | to console")}));
 }
 
 TEST_F(LoggerTest, PersistedFailuresAndDecodeProblemsReachTheLog)

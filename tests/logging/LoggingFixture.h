@@ -30,6 +30,7 @@ protected:
     {
         Logger::releaseDefaultLogger();
         Logger::setClock({});
+        Logger::setEffectiveUid(std::nullopt);
         SystemLog::setWriter({});
         qputenv("XDG_STATE_HOME", m_previousStateHome);
     }
