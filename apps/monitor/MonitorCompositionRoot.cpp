@@ -4,6 +4,7 @@
 #include "messaging/ActionRunSummary.h"
 #include "platform/ClientApplication.h"
 #include "platform/linux/DBusClientApplication.h"
+#include "platform/linux/DesktopApplicationSession.h"
 #include "tracking/CommandInfo.h"
 
 MonitorCompositionRoot::MonitorCompositionRoot()
@@ -18,7 +19,9 @@ MonitorCompositionRoot::MonitorCompositionRoot()
 
 MonitorApplicationDelegate::Subsystems MonitorCompositionRoot::makeSubsystems() const
 {
-    // The status item, status window, desktop events, capture history and command requests
-    // keep their quiet defaults until their implementations exist.
-    return {};
+    // The status item, status window, desktop events, capture history, command requests and
+    // scheduler client keep their quiet defaults until their implementations exist.
+    MonitorApplicationDelegate::Subsystems subsystems;
+    subsystems.session = std::make_unique<DesktopApplicationSession>();
+    return subsystems;
 }

@@ -49,12 +49,14 @@ int main(int argc, char** argv)
     MainQueue::dispatchMainAsync([&delegate] { delegate.applicationDidFinishLaunching(); });
 
     UnixSignalWatcher stopSignals({SIGTERM, SIGINT});
-    QObject::connect(&stopSignals, &UnixSignalWatcher::unixSignal, &app, [&delegate] {
-        if (const auto status = delegate.applicationShouldTerminate()) {
-            delegate.applicationWillTerminate();
-            QApplication::exit(*status);
-        }
-    });
+    QObject::connect(&stopSignals, &UnixSignalWatcher::unixSignal, &delegate,
+                     &MonitorApplicationDelegate::terminate);
+    QObject::connect(&app, &QGuiApplication::applicationStateChanged, &delegate,
+                     [&delegate](Qt::ApplicationState state) {
+                         if (state == Qt::ApplicationActive) {
+                             delegate.applicationDidBecomeActive();
+                         }
+                     });
     const int status = QApplication::exec();
     // A quit that was not a log-out, restart or shut-down always ends with 75.
     if (!delegate.terminateCleanly()) {

@@ -1,10 +1,12 @@
 #include "core/MonitorApplicationDelegate.h"
 
 #include "core/MonitorServer.h"
+#include "core/ThemeChangeObserver.h"
 #include "foundation/MainQueue.h"
 #include "logging/Logger.h"
 #include "messaging/KSConnectionServiceSingleton.h"
 #include "messaging/KSSwitchboardConnection.h"
+#include "platform/ClientApplication.h"
 #include "preferences/ImpermanentValues.h"
 #include "preferences/MonitorDefaults.h"
 #include "preferences/WTUserPreferences.h"
@@ -12,6 +14,7 @@
 #include "tracking/CommandListenerService.h"
 #include "tracking/CommandOnXPCConnection.h"
 
+#include <QCoreApplication>
 #include <QTimer>
 
 namespace {
@@ -27,11 +30,14 @@ MonitorDefaults& defaults()
 }
 } // namespace
 
-MonitorApplicationDelegate::MonitorApplicationDelegate(Subsystems subsystems)
+MonitorApplicationDelegate::MonitorApplicationDelegate(Subsystems subsystems, Clock clock)
     : m_subsystems(std::move(subsystems))
+    , m_impermanentValues(std::make_unique<ImpermanentValues>(defaults()))
+    , m_clock(clock ? std::move(clock) : Clock(&QDateTime::currentDateTimeUtc))
 {
     s_shared = this;
     m_subsystems.desktopEvents->observeVolumes();
+    m_subsystems.scheduler->initializeScheduler();
 }
 
 MonitorApplicationDelegate::~MonitorApplicationDelegate()
@@ -55,6 +61,7 @@ void MonitorApplicationDelegate::initializeClass()
 void MonitorApplicationDelegate::applicationDidFinishLaunching()
 {
     Logger::logStartProcess(kComponentVersion);
+    m_subsystems.session->disableRelaunchOnLogin();
     auto& service = CommandListenerService::sharedService();
     service.setSwitchboardName(kMonitorIdentifier);
     m_activityWindow = std::make_unique<ActivityWindow>(
@@ -64,20 +71,51 @@ void MonitorApplicationDelegate::applicationDidFinishLaunching()
         });
     service.setDelegate(m_activityWindow.get());
     m_monitorVendor = std::make_unique<KSConnectionServiceSingleton>(new MonitorServer(this));
-    MainQueue::dispatchMainAsync([this] { publishVendor(); });
+    // Queued with the delegate as context: dropped, not run, should the delegate go first.
+    QMetaObject::invokeMethod(this, &MonitorApplicationDelegate::publishVendor,
+                              Qt::QueuedConnection);
     observeSwitchboardRequests();
     KSConnection::switchboardConnection()->postNotification(
         QStringLiteral("DiskEventsAgentDidStart"), kEventAgentSource, {});
     m_subsystems.desktopEvents->observeApplications();
-    QTimer::singleShot(3500, this, [this] {
-        m_subsystems.desktopEvents->beginMonitoringStatusChangeEvents();
-        m_subsystems.statusItem->installStatusItem();
-    });
+    QTimer::singleShot(3500, this,
+                       [this] { m_subsystems.desktopEvents->beginMonitoringStatusChangeEvents(); });
+    m_subsystems.statusItem->installStatusItem();
+    const auto updateDockMode = [this] {
+        QMetaObject::invokeMethod(
+            this, [this] { m_subsystems.desktopEvents->updateDockMode(); }, Qt::QueuedConnection);
+    };
+    connect(this, &MonitorApplicationDelegate::regularAppModeChanged, this, updateDockMode);
+    connect(this, &MonitorApplicationDelegate::monitorIsAccessoryAppChanged, this, updateDockMode);
     m_updateController = std::make_unique<UpdateController>();
     QTimer::singleShot(3000, this,
                        [this] { m_subsystems.recentArchives->updateRecentRepositoryCache(); });
     removeObsoleteDefaults();
-    ImpermanentValues(defaults()).cullOrphanedImpermanentValuesInNameSpace();
+    m_impermanentValues->cullOrphanedImpermanentValuesInNameSpace();
+    m_themeObserver = std::make_unique<ThemeChangeObserver>();
+    connect(m_themeObserver.get(), &ThemeChangeObserver::themeChanged, this,
+            [this] { m_subsystems.statusItem->darkModeChangeNotification(); });
+}
+
+void MonitorApplicationDelegate::applicationDidBecomeActive()
+{
+    if (m_regularAppPolicyChangeDate.isValid() &&
+        m_clock().msecsTo(m_regularAppPolicyChangeDate) > -kActivationEchoMs) {
+        m_subsystems.session->activateApplication(m_previouslyActiveApplication);
+        m_previouslyActiveApplication.clear();
+        m_regularAppPolicyChangeDate = QDateTime();
+        return;
+    }
+    if (defaults().showActivityOnActivate() && !m_subsystems.session->hasVisiblePanel()) {
+        orderMonitorWindowFront();
+    }
+}
+
+void MonitorApplicationDelegate::noteRegularAppPolicyChange(
+    const QString& previouslyActiveApplication)
+{
+    m_regularAppPolicyChangeDate = m_clock();
+    m_previouslyActiveApplication = previouslyActiveApplication;
 }
 
 void MonitorApplicationDelegate::publishVendor()
@@ -128,9 +166,9 @@ void MonitorApplicationDelegate::removeObsoleteDefaults()
 
 std::optional<int> MonitorApplicationDelegate::applicationShouldTerminate()
 {
-    const quint32 reason = m_subsystems.quitReasons->currentQuitReason();
-    if (reason == QuitReasonSource::kShutDown || reason == QuitReasonSource::kRestart ||
-        reason == QuitReasonSource::kLogOut) {
+    const quint32 reason = m_subsystems.session->currentQuitReason();
+    if (reason == ApplicationSession::kShutDown || reason == ApplicationSession::kRestart ||
+        reason == ApplicationSession::kLogOut) {
         m_terminateCleanly = true;
     } else {
         Logger::log(9, QStringLiteral("will exit abnormally"));
@@ -140,6 +178,34 @@ std::optional<int> MonitorApplicationDelegate::applicationShouldTerminate()
         return std::nullopt;
     }
     return kCleanExit;
+}
+
+void MonitorApplicationDelegate::terminate()
+{
+    if (m_terminationPending) {
+        return;
+    }
+    if (const std::optional<int> status = applicationShouldTerminate()) {
+        finishTermination(*status);
+        return;
+    }
+    m_terminationPending = true;
+}
+
+void MonitorApplicationDelegate::replyToApplicationShouldTerminate(bool shouldTerminate)
+{
+    if (!std::exchange(m_terminationPending, false)) {
+        return;
+    }
+    if (shouldTerminate) {
+        finishTermination(m_terminateCleanly ? kCleanExit : kAbnormalExit);
+    }
+}
+
+void MonitorApplicationDelegate::finishTermination(int status)
+{
+    applicationWillTerminate();
+    QCoreApplication::exit(status);
 }
 
 void MonitorApplicationDelegate::applicationWillTerminate()
@@ -198,13 +264,16 @@ MonitorApplicationDelegate::monitorRunningCommandWithIdentifier(const QString& i
 
 void MonitorApplicationDelegate::orderMonitorWindowFront()
 {
+    if (!m_activityWindow) {
+        return; // not launched yet: nothing to show
+    }
     m_activityWindow->showActivityWindowInFront(true);
     ActivityProgressManager::fireWakeUpNotification();
 }
 
 void MonitorApplicationDelegate::orderMonitorWindowFrontIfVisible()
 {
-    if (m_activityWindow->isVisible()) {
+    if (m_activityWindow && m_activityWindow->isVisible()) {
         m_activityWindow->showActivityWindowInFront(true);
     }
 }
@@ -213,6 +282,35 @@ void MonitorApplicationDelegate::orderStatusWindowFront()
 {
     if (m_subsystems.statusWindow->hasStatus()) {
         m_subsystems.statusWindow->showStatusWindowInFront(true);
+    }
+}
+
+void MonitorApplicationDelegate::openRepository(const QString& path, qint32 action)
+{
+    const int sent = ClientApplication::defaultClient().activateAction(
+        QStringLiteral("open-archive"), {path, QVariant::fromValue(action)});
+    if (sent != ClientApplication::kNoError) {
+        const LogLine failure = Logger::log(
+            2, QStringLiteral("Unable to open '%1' in the Kestrom application").arg(path));
+        Logger::log(9, failure,
+                    QStringLiteral("activation of %1 returned %2")
+                        .arg(ClientApplication::kClientIdentifier)
+                        .arg(sent));
+    }
+}
+
+void MonitorApplicationDelegate::viewLogLine(const LogLine& line)
+{
+    if (const auto logger = Logger::defaultLogger(); logger && line) {
+        logger->openUsingLaunchServices(line->description());
+    }
+}
+
+void MonitorApplicationDelegate::updateStatusItemState(quint64 state)
+{
+    if (state != m_statusImageState) {
+        m_statusImageState = state;
+        m_subsystems.statusItem->loadStatusItemIcon(state);
     }
 }
 
@@ -285,7 +383,7 @@ bool MonitorApplicationDelegate::monitorIsAccessoryApp() const
 void MonitorApplicationDelegate::setMonitorIsAccessoryApp(bool value)
 {
     if (defaults().setBool(value, MonitorDefaults::kMonitorAccessoryApp)) {
-        MainQueue::dispatchMainAsync([this] { m_subsystems.desktopEvents->updateDockMode(); });
+        Q_EMIT monitorIsAccessoryAppChanged();
     }
 }
 
@@ -297,7 +395,7 @@ int MonitorApplicationDelegate::regularAppMode() const
 void MonitorApplicationDelegate::setRegularAppMode(int value)
 {
     if (defaults().setInteger(value, MonitorDefaults::kMonitorRegularAppMode)) {
-        MainQueue::dispatchMainAsync([this] { m_subsystems.desktopEvents->updateDockMode(); });
+        Q_EMIT regularAppModeChanged();
     }
 }
 
@@ -355,6 +453,7 @@ void MonitorApplicationDelegate::setShowStatusInStatusItem(bool value)
 {
     defaults().setBool(value, MonitorDefaults::kShowStatusIndicatorInStatusMenu);
     // Clearing the archive bits and setting them back forces the icon to be drawn again.
-    m_subsystems.statusItem->updateStatusItemState(m_statusImageState & ~quint64(4 | 8));
-    m_subsystems.statusItem->updateStatusItemState(m_statusImageState);
+    const quint64 state = m_statusImageState;
+    updateStatusItemState(state & ~quint64(4 | 8));
+    updateStatusItemState(state);
 }

@@ -4,19 +4,25 @@
 #include "core/ArchiveStatusWindow.h"
 #include "core/CommandRequests.h"
 #include "core/DesktopEvents.h"
-#include "core/QuitReasonSource.h"
 #include "core/RecentArchives.h"
+#include "core/SchedulerClient.h"
 #include "core/StatusItem.h"
 #include "core/UpdateController.h"
+#include "logging/LogLineIdentifier.h"
+#include "platform/ApplicationSession.h"
 
+#include <QDateTime>
 #include <QObject>
 #include <QSet>
 #include <QVariant>
+#include <functional>
 #include <memory>
 
 class ActivityProgressManager;
 class CommandListener;
+class ImpermanentValues;
 class KSConnectionServiceSingleton;
+class ThemeChangeObserver;
 
 // The one object that ties the monitor together: it starts the subsystems in their fixed
 // order, serves the monitoring interface, makes a progress manager for every command that
@@ -24,8 +30,10 @@ class KSConnectionServiceSingleton;
 class MonitorApplicationDelegate : public QObject
 {
     Q_OBJECT
-    Q_PROPERTY(bool monitorIsAccessoryApp READ monitorIsAccessoryApp WRITE setMonitorIsAccessoryApp)
-    Q_PROPERTY(int regularAppMode READ regularAppMode WRITE setRegularAppMode)
+    Q_PROPERTY(bool monitorIsAccessoryApp READ monitorIsAccessoryApp WRITE setMonitorIsAccessoryApp
+                   NOTIFY monitorIsAccessoryAppChanged)
+    Q_PROPERTY(
+        int regularAppMode READ regularAppMode WRITE setRegularAppMode NOTIFY regularAppModeChanged)
     Q_PROPERTY(bool showMonitorOnStart READ showMonitorOnStart WRITE setShowMonitorOnStart)
     Q_PROPERTY(
         bool hideMonitorWhenComplete READ hideMonitorWhenComplete WRITE setHideMonitorWhenComplete)
@@ -48,10 +56,15 @@ public:
         std::unique_ptr<DesktopEvents> desktopEvents = std::make_unique<DesktopEvents>();
         std::unique_ptr<RecentArchives> recentArchives = std::make_unique<RecentArchives>();
         std::unique_ptr<CommandRequests> commandRequests = std::make_unique<CommandRequests>();
-        std::unique_ptr<QuitReasonSource> quitReasons = std::make_unique<QuitReasonSource>();
+        std::unique_ptr<ApplicationSession> session = std::make_unique<ApplicationSession>();
+        std::unique_ptr<SchedulerClient> scheduler = std::make_unique<SchedulerClient>();
     };
+    using Clock = std::function<QDateTime()>;
+    // An activation this soon after the monitor's own switch to a regular application is that
+    // switch's echo, not the user's.
+    static constexpr qint64 kActivationEchoMs = 2000;
 
-    explicit MonitorApplicationDelegate(Subsystems subsystems);
+    explicit MonitorApplicationDelegate(Subsystems subsystems, Clock clock = {});
     ~MonitorApplicationDelegate() override;
 
     static MonitorApplicationDelegate* sharedDelegate();
@@ -60,9 +73,14 @@ public:
 
     void applicationDidFinishLaunching();
     // The exit status when the quit goes ahead now; none when it waits (terminate later).
+    void applicationDidBecomeActive();
     std::optional<int> applicationShouldTerminate();
     void applicationWillTerminate();
     bool terminateCleanly() const { return m_terminateCleanly; }
+    // Every quit goes through here: asks whether to quit now and, when it does, ends the event
+    // loop with the exit status after the clean-up. A quit held back waits for the answer below.
+    void terminate();
+    void replyToApplicationShouldTerminate(bool shouldTerminate);
 
     static bool canMonitorCommandName(const QString& name);
     std::shared_ptr<ActivityProgressManager>
@@ -71,6 +89,16 @@ public:
     void orderMonitorWindowFront();
     void orderMonitorWindowFrontIfVisible();
     void orderStatusWindowFront();
+    // Asks the client to open the archive with an action code, or the log at a line.
+    void openRepository(const QString& path, qint32 action);
+    void viewLogLine(const LogLine& line);
+    // The icon's state bits (panes present, schedules held, archive warning or critical); the
+    // icon is drawn again only when they change.
+    void updateStatusItemState(quint64 state);
+    quint64 statusImageState() const { return m_statusImageState; }
+    // Remembers the monitor's own switch to a regular application and who had the focus.
+    void noteRegularAppPolicyChange(const QString& previouslyActiveApplication);
+    ImpermanentValues& impermanentValues() { return *m_impermanentValues; }
     bool statusWindowHasStatus() const;
     void refreshRecentRepositoryCache();
     QByteArray recentlyCapturedRepositories() const;
@@ -100,7 +128,12 @@ public:
 
     static const QHash<QString, QByteArray>& componentPreferenceProperties();
 
+Q_SIGNALS:
+    void monitorIsAccessoryAppChanged();
+    void regularAppModeChanged();
+
 private:
+    void finishTermination(int status);
     void publishVendor();
     void observeSwitchboardRequests();
     void removeObsoleteDefaults();
@@ -109,6 +142,12 @@ private:
     std::unique_ptr<ActivityWindow> m_activityWindow;
     std::unique_ptr<KSConnectionServiceSingleton> m_monitorVendor;
     std::unique_ptr<UpdateController> m_updateController;
+    std::unique_ptr<ImpermanentValues> m_impermanentValues;
+    std::unique_ptr<ThemeChangeObserver> m_themeObserver;
+    Clock m_clock;
+    QString m_previouslyActiveApplication;
+    QDateTime m_regularAppPolicyChangeDate;
     quint64 m_statusImageState = 0;
     bool m_terminateCleanly = false;
+    bool m_terminationPending = false;
 };

@@ -118,6 +118,10 @@ QByteArray MonitorServer::queryComponentPreferenceForKey(const QString& key)
 bool MonitorServer::setComponentPreferenceValue(const QByteArray& data, const QString& key)
 {
     const QVariant value = decodeOrNothing(data, "preference value");
+    // Empty data removes the setting; data that is not a value must not.
+    if (!data.isEmpty() && !value.isValid()) {
+        return false;
+    }
     if (!MonitorApplicationDelegate::componentPreferenceProperties().contains(key)) {
         return m_delegate->setComponentPreferenceValue(value, key);
     }

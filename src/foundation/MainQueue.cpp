@@ -4,6 +4,7 @@
 #include <QRunnable>
 #include <QThread>
 #include <QThreadPool>
+#include <limits>
 #include <vector>
 
 namespace {
@@ -63,7 +64,8 @@ void MainQueue::releaseInBackground(std::shared_ptr<void> object)
     dispatchMainAsync([] {
         auto batch = std::make_shared<std::vector<std::shared_ptr<void>>>();
         batch->swap(pendingReleases());
+        // The pool runs higher numbers first: releases wait behind every other job.
         QThreadPool::globalInstance()->start([batch] { batch->clear(); },
-                                             int(QThread::LowestPriority));
+                                             std::numeric_limits<int>::min());
     });
 }
