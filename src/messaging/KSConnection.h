@@ -37,6 +37,8 @@ public:
     // None when no connection could be made.
     std::shared_ptr<RemoteProxy> serviceProxy();
     const QString& serviceInterface() const { return m_protocol; }
+    // Before the connection is shared: the interface is read without a lock.
+    void setServiceInterface(QString protocol) { m_protocol = std::move(protocol); }
     QString identifier() const;
     bool connected() const;
     bool verifyConnection() const { return m_verifyConnection; }

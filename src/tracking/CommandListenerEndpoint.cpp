@@ -19,22 +19,13 @@ struct DelayedReply
     QDBusMessage reply;
 };
 
-// Main thread. Empty data is success; data that cannot be read still ends the command, as an
-// internal error, so that a garbled stop never leaves a pane running.
+// Main thread. No data, or data holding something other than an exception, is success; data
+// that cannot be read at all still ends the command, as an internal error, so that a garbled
+// stop never leaves a pane running.
 CommandListener::ExceptionPtr exceptionFromStopData(const QByteArray& data)
 {
-    if (data.isEmpty()) {
-        return nullptr;
-    }
     try {
-        if (std::unique_ptr<Exception> decoded = ExceptionArchive::exceptionFromData(data)) {
-            return decoded;
-        }
-        KSException failure(QStringLiteral("Bug"),
-                            QStringLiteral("command stopped with data that hold no exception"));
-        Logger::log(9, nullptr, QStringLiteral("undecodable exception data from command"),
-                    &failure);
-        return std::make_shared<KSException>(failure);
+        return ExceptionArchive::exceptionFromData(data);
     } catch (const KSException& decodeFailure) {
         KSException failure(QStringLiteral("Bug"),
                             QStringLiteral("command stopped with undecodable exception data"));

@@ -225,6 +225,9 @@ void CommandListenerService::startCullTimer()
     m_activeListeners.emplace();
     // Parented to the service, as the run loop would own it; the pointer is weak.
     auto* timer = new QTimer(this);
+    // A coarse timer may fire up to 5 % early, and a command reporting just within the interval
+    // would then be asked whether it has finished.
+    timer->setTimerType(Qt::PreciseTimer);
     timer->setInterval(cullInterval());
     QObject::connect(timer, &QTimer::timeout, this, &CommandListenerService::cullTime);
     timer->start();

@@ -54,7 +54,9 @@ CommandOnXPCConnection::CommandOnXPCConnection(const QString& commandName, const
     }
     // The opened connection keeps its bus object; only what is said over it changes.
     m_interface = CommandInfo::interfaceForName(name);
-    if (!m_connection) {
+    if (m_connection) {
+        m_connection->setServiceInterface(m_interface.protocol());
+    } else {
         m_connection = std::make_shared<KSPublishedEndpointConnection>(endpoint, m_connectionID, 0,
                                                                        m_interface.protocol());
     }
