@@ -132,6 +132,17 @@ void CommandListener::commandDidStopWithException(const ExceptionPtr& exception)
     stopListening();
 }
 
+// A running command whose connection is gone will never send its stop: it is removed now, as a
+// cull would remove it later. Before the start the cull stays in charge; after the stop the
+// listener has already gone.
+void CommandListener::connectionToCommandWasLost()
+{
+    assertMainThread();
+    if (commandIsRunning()) {
+        stopListening();
+    }
+}
+
 void CommandListener::stopListening()
 {
     if (m_listenerService != nullptr) {

@@ -66,6 +66,8 @@ public:
     virtual void commandProgressDidUpdate(const QVariantMap& dictionary);
     virtual void commandDidStopWithException(const ExceptionPtr& exception);
 
+    // The connection back to the command has been invalidated (main thread).
+    virtual void connectionToCommandWasLost();
     virtual void stopListening();
     virtual void disconnect();
     virtual void willBeAddedToService(CommandListenerService* service);

@@ -2,9 +2,11 @@
 
 #include "exception/Error.h"
 #include "exception/KSException.h"
+#include "foundation/MainQueue.h"
 #include "logging/Logger.h"
 #include "messaging/KSPublishedEndpointConnection.h"
 #include "tracking/CommandInfo.h"
+#include "tracking/CommandListener.h"
 #include "tracking/CommandListenerService.h"
 #include "tracking/CommandProxy.h"
 
@@ -99,6 +101,16 @@ void CommandOnXPCConnection::connectToListener(const std::shared_ptr<CommandList
 {
     CommandListenerService& service = CommandListenerService::sharedService();
     service.addListener(listener, processIdentifier());
+    // The bus says at once when the command's process has gone; without this only the cull
+    // would find out, minutes later. The listener is held weakly: it owns this connection.
+    const std::weak_ptr<CommandListener> weakListener = listener;
+    m_connection->setInvalidationHandler([weakListener] {
+        MainQueue::dispatchMainAsync([weakListener] {
+            if (const auto alive = weakListener.lock()) {
+                alive->connectionToCommandWasLost();
+            }
+        });
+    });
     const QString serviceName = service.switchboardName();
     performOnCommand([&serviceName](const CommandProxy& command) {
         command.send(QStringLiteral("addListenerToPublishedService"), {serviceName});
