@@ -10,6 +10,7 @@
 #include "fakes/RecordingUserNotifier.h"
 #include "foundation/NotificationCenter.h"
 #include "messaging/MessagingThread.h"
+#include "support/ChildProcess.h"
 #include "tracking/CommandListenerService.h"
 #include "tracking/CommandOnXPCConnection.h"
 #include "tracking/ProgressServices.h"
@@ -17,6 +18,8 @@
 #include <QCoreApplication>
 #include <QTest>
 #include <gtest/gtest.h>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 const QDateTime kStart = QDateTime(QDate(2024, 3, 1), QTime(22, 0), Qt::UTC);
@@ -37,12 +40,18 @@ void drainMainQueue()
 
 // A manager with a recording pane, the process's collaborators replaced by recorders, a clock
 // the test moves, and the wake-up and end notifications counted in one list of events with the
-// pane's calls.
+// pane's calls. A connected manager talks to a command played by a peer connection of this
+// process, which counts every question.
 class ActivityProgressTest : public ::testing::Test
 {
 protected:
     void SetUp() override
     {
+        ASSERT_TRUE(MessagingThread::instance().connection().isConnected())
+            << "no session bus: run the tests through scripts/headless";
+        service().setSwitchboardName(u"com.kestrom.monitor"_s);
+        m_command = new FakeCommand;
+        m_endpoint = m_peer.serve(m_command, u"/test/progress"_s);
         m_log = RecordingLogger::install();
         ProgressServices::setUserNotifier(&m_notifier);
         ProgressServices::setCaptureHistory(&m_history);
@@ -91,6 +100,18 @@ protected:
         return manager;
     }
 
+    std::shared_ptr<ActivityProgressManager>
+    connectedManager(const QString& identifier, std::optional<FakeCommand::Answers> answers = {})
+    {
+        if (answers) {
+            m_command->setAnswers(*answers);
+        }
+        auto manager = makeManager();
+        manager->connectToCommand(
+            std::make_shared<CommandOnXPCConnection>(u"capture"_s, m_endpoint, identifier));
+        return manager;
+    }
+
     void runDelayed()
     {
         for (const auto& job : std::exchange(m_delayed, {})) {
@@ -99,6 +120,20 @@ protected:
     }
 
     QStringList paneCalls() const { return m_pane->calls(); }
+
+    // Ended as a command whose connection is gone: state, pane and log.
+    void expectLost(ActivityProgressManager& manager) const
+    {
+        ASSERT_TRUE(manager.exception());
+        EXPECT_EQ(manager.exception()->name(), u"IPC"_s);
+        EXPECT_EQ(manager.exception()->reason(), u"lost connection with command"_s);
+        EXPECT_EQ(manager.exception()->userInfo().value(u".Explain"_s), u"disconnect"_s);
+        EXPECT_EQ(manager.primaryDescription(), manager.humanReadableCommandName() + u" stopped"_s);
+        EXPECT_EQ(manager.displayRunTime(), u"stopped"_s);
+        EXPECT_EQ(paneCalls().last(), u"didEndStatusWithException:IPC"_s);
+        EXPECT_EQ(m_notifier.notices().last().type, UserNotifier::kActionIncomplete);
+        EXPECT_FALSE(m_log->linesContaining(u"command returned exception"_s).isEmpty());
+    }
 
     std::shared_ptr<RecordingLogger> m_log;
     RecordingUserNotifier m_notifier;
@@ -111,94 +146,39 @@ protected:
     std::shared_ptr<RecordingProgressPane> m_pane;
     QList<std::chrono::milliseconds> m_delays;
     QList<std::function<void()>> m_delayed;
+    PeerBus m_peer{u"peer-progress"_s};
+    FakeCommand* m_command = nullptr;
+    Endpoint m_endpoint;
 };
-
-TEST_F(ActivityProgressTest, ACommandThatCannotBeAskedIsUnknown)
-{
-    auto manager = makeManager();
-    EXPECT_EQ(manager->liveStatus(), ActivityProgressManager::LiveStatus{});
-
-    manager->commandDidStart();
-
-    EXPECT_EQ(manager->humanReadableCommandName(), QStringLiteral("Unknown"));
-    EXPECT_EQ(manager->displayTitle(), QStringLiteral("Unknown Action"));
-    EXPECT_TRUE(manager->actionUUID().isNull());
-    EXPECT_EQ(paneCalls(),
-              (QStringList{QStringLiteral("setProgressManager"), QStringLiteral("setActionID:"),
-                           QStringLiteral("didBeginStatus")}));
-    ASSERT_EQ(m_notifier.notices().size(), 1);
-    EXPECT_EQ(m_notifier.notices().at(0).type, UserNotifier::kActionStarted);
-    EXPECT_EQ(m_notifier.notices().at(0).title, QStringLiteral("Unknown"));
-    EXPECT_EQ(m_notifier.notices().at(0).details, QStringLiteral("Unknown Action"));
-    EXPECT_EQ(manager->displayRunTime(), QStringLiteral("00:00"));
-    EXPECT_EQ(manager->startTime(), kStart);
-    EXPECT_EQ(m_wakeObjects, QList<const void*>{nullptr});
-    EXPECT_TRUE(manager->repositoryRef().isEmpty());
-
-    manager->commandDidStopWithException(nullptr);
-    EXPECT_EQ(manager->liveStatus(), ActivityProgressManager::LiveStatus{});
-    auto unstarted = makeManager();
-    unstarted.reset();
-    EXPECT_EQ(m_pane->manager(), nullptr);
-    EXPECT_EQ(paneCalls().last(), QStringLiteral("setProgressManager:none"));
-}
 
 TEST_F(ActivityProgressTest, ProgressIsInterpretedBeforeThePaneSeesItAndAnyWakeWakes)
 {
     const auto manager = makeManager();
     manager->commandDidStart();
     m_wakeObjects.clear();
-    const QVariantMap counters = {{QStringLiteral("task"), QStringLiteral("Capturing")},
-                                  {QStringLiteral("bytes"), 4096},
-                                  {QStringLiteral("time"), 61}};
+    const QVariantMap counters = {{u"task"_s, u"Capturing"_s}, {u"bytes"_s, 4096}, {u"time"_s, 61}};
 
     manager->commandProgressDidUpdate(counters);
-    manager->commandProgressDidUpdate({{QStringLiteral("wake"), false}});
-    manager->commandProgressDidUpdate({{QStringLiteral("wake"), QVariant::fromValue(nullptr)}});
-    manager->commandProgressDidUpdate({{QStringLiteral("wake"), QStringLiteral("now")}});
+    for (const QVariant& wake :
+         {QVariant(false), QVariant::fromValue(nullptr), QVariant(u"now"_s)}) {
+        manager->commandProgressDidUpdate({{u"wake"_s, wake}});
+    }
 
     ASSERT_EQ(m_pane->updates().size(), 4);
     EXPECT_EQ(m_pane->updates().at(0).progress, counters);
-    EXPECT_EQ(m_pane->updates().at(0).primaryDescription, QStringLiteral("Capturing"));
-    EXPECT_EQ(m_pane->updates().at(0).displayRunTime, QStringLiteral("01:01"));
+    EXPECT_EQ(m_pane->updates().at(0).primaryDescription, u"Capturing"_s);
+    EXPECT_EQ(m_pane->updates().at(0).displayRunTime, u"01:01"_s);
     EXPECT_EQ(m_wakeObjects.size(), 2);
 }
 
-TEST_F(ActivityProgressTest, ASuccessfulStopEndsThePaneThenAnnouncesTheEndOnce)
+TEST_F(ActivityProgressTest, EveryKindOfStopEndsThePaneAfterTheStopThenNotifiesAndEndsOnce)
 {
-    const auto manager = makeManager();
-    service().addListener(manager, QStringLiteral("cap-success"));
-    manager->commandDidStart();
-    manager->commandProgressDidUpdate({{QStringLiteral("time"), 5}});
-    ASSERT_TRUE(manager->commandIsWorking());
-    m_events.clear();
-    m_now = kStart.addSecs(5);
-
-    manager->commandDidStopWithException(nullptr);
-
-    EXPECT_FALSE(manager->commandIsWorking());
-    EXPECT_EQ(manager->stopTime(), kStart.addSecs(5));
-    EXPECT_FALSE(service().hasListenerForCommandIdentifier(QStringLiteral("cap-success")));
-    EXPECT_TRUE(m_events.isEmpty()) << m_events.join(u',').toStdString();
-    drainMainQueue();
-
-    EXPECT_EQ(m_events, (QStringList{QStringLiteral("didEndStatusWithException:none"),
-                                     QStringLiteral("wake"), QStringLiteral("end")}));
-    EXPECT_EQ(m_endObjects, QList<const void*>{manager.get()});
-    EXPECT_EQ(m_pane->endDescription(), QStringLiteral("Unknown complete"));
-    EXPECT_FALSE(manager->showingAlternateDescription());
-    EXPECT_EQ(m_delays, QList<std::chrono::milliseconds>{std::chrono::milliseconds(1000)});
-    EXPECT_EQ(m_history.updates(), 0);
-}
-
-TEST_F(ActivityProgressTest, EveryKindOfStopIsShownNotifiedAndEndsOnce)
-{
-    auto hard = std::make_shared<KSException>(QStringLiteral("IO"), QStringLiteral("disk gone"));
+    auto hard = std::make_shared<KSException>(u"IO"_s, u"disk gone"_s);
     hard->setPOSIXErr(5);
-    auto soft = std::make_shared<KSException>(QStringLiteral("IO"), QStringLiteral("skipped"));
+    auto soft = std::make_shared<KSException>(u"IO"_s, u"skipped"_s);
     soft->setSoft(true);
-    auto null = std::make_shared<KSException>(QStringLiteral("Bug"), QStringLiteral("none"));
-    null->setFlag(QStringLiteral(".Null"));
+    auto null = std::make_shared<KSException>(u"Bug"_s, u"none"_s);
+    null->setFlag(u".Null"_s);
     const struct
     {
         std::shared_ptr<KSException> exception;
@@ -215,93 +195,102 @@ TEST_F(ActivityProgressTest, EveryKindOfStopIsShownNotifiedAndEndsOnce)
     for (const auto& c : cases) {
         SCOPED_TRACE(c.paneEnd);
         m_endObjects.clear();
+        m_delays.clear();
         const int updates = m_history.updates();
         const auto manager = makeManager();
+        service().addListener(manager, u"cap-stop"_s);
         manager->commandDidStart();
+        manager->commandProgressDidUpdate({{u"time"_s, 5}, {u"alt"_s, true}});
+        ASSERT_TRUE(manager->commandIsWorking());
+        m_events.clear();
+        m_now = kStart.addSecs(5);
 
         manager->commandDidStopWithException(c.exception);
+        EXPECT_FALSE(manager->commandIsWorking());
+        EXPECT_EQ(manager->stopTime(), kStart.addSecs(5));
+        EXPECT_FALSE(service().hasListenerForCommandIdentifier(u"cap-stop"_s));
+        EXPECT_TRUE(m_events.isEmpty()) << m_events.join(u',').toStdString();
         drainMainQueue();
 
-        EXPECT_EQ(manager->primaryDescription(), QString::fromLatin1(c.description));
+        // Progress after the stop is a post-mortem: not shown, and the pane resigns.
+        manager->commandProgressDidUpdate({{u"task"_s, u"Zombie"_s}, {u"wake"_s, true}});
+        drainMainQueue();
+        const QString paneEnd = u"didEndStatusWithException:"_s + QString::fromLatin1(c.paneEnd);
+        EXPECT_EQ(m_events, (QStringList{paneEnd, u"wake"_s, u"end"_s, u"resign"_s}));
+        EXPECT_EQ(m_pane->endDescription(), QString::fromLatin1(c.description));
+        EXPECT_EQ(manager->primaryDescription(), m_pane->endDescription());
+        EXPECT_FALSE(manager->showingAlternateDescription());
         EXPECT_EQ(manager->displayRunTime(), QString::fromLatin1(c.runTime));
-        EXPECT_EQ(paneCalls().last(),
-                  QStringLiteral("didEndStatusWithException:") + QString::fromLatin1(c.paneEnd));
         EXPECT_EQ(m_notifier.notices().last().type, c.notice);
         EXPECT_EQ(m_endObjects, QList<const void*>{manager.get()});
+        EXPECT_EQ(m_delays, QList<std::chrono::milliseconds>{std::chrono::milliseconds(1000)});
+        EXPECT_EQ(m_history.updates(), updates);
         runDelayed();
         EXPECT_EQ(m_history.updates(), updates + 1);
         if (c.exception == hard) {
             ASSERT_TRUE(m_pane->endException());
-            EXPECT_EQ(m_pane->endException()->reason(), QStringLiteral("disk gone"));
+            EXPECT_EQ(m_pane->endException()->reason(), u"disk gone"_s);
             EXPECT_EQ(m_notifier.notices().last().info, hard->userInfo());
         }
+        m_now = kStart;
     }
-}
-
-TEST_F(ActivityProgressTest, ProgressAfterTheStopIsAPostMortemThatResignsThePane)
-{
-    const auto manager = makeManager();
-    manager->commandDidStart();
-    manager->commandDidStopWithException(nullptr);
-    drainMainQueue();
-    const QString ended = manager->primaryDescription();
-    m_events.clear();
-
-    manager->commandProgressDidUpdate(
-        {{QStringLiteral("task"), QStringLiteral("Zombie")}, {QStringLiteral("wake"), true}});
-    EXPECT_TRUE(m_events.isEmpty());
-    drainMainQueue();
-
-    EXPECT_EQ(m_events, QStringList{QStringLiteral("resign")});
-    EXPECT_EQ(manager->primaryDescription(), ended);
-    EXPECT_TRUE(m_pane->updates().isEmpty());
     EXPECT_EQ(m_log
                   ->linesContaining(QStringLiteral("received post-mortum: discarding dead "
                                                    "monitor for connection"))
                   .size(),
-              1);
-    EXPECT_EQ(m_endObjects.size(), 1);
+              4);
 }
 
-TEST_F(ActivityProgressTest, ACommandRemovedWhileRunningHasLostItsConnection)
+TEST_F(ActivityProgressTest, ARunningCommandWhoseConnectionIsLostOrThatIsRemovedIsLost)
 {
     const auto never = makeManager();
-    service().addListener(never, QStringLiteral("cap-never"));
+    service().addListener(never, u"cap-never"_s);
     const auto neverPane = m_pane;
-    const auto running = makeManager();
-    service().addListener(running, QStringLiteral("cap-lost"));
-    running->commandDidStart();
-    m_now = kStart.addSecs(242);
+    never->connectionToCommandWasLost();
+    drainMainQueue();
+    EXPECT_TRUE(service().hasListenerForCommandIdentifier(u"cap-never"_s))
+        << "before its start the cull decides";
+    for (const bool byConnection : {true, false}) {
+        SCOPED_TRACE(byConnection);
+        m_now = kStart;
+        const auto running = makeManager();
+        service().addListener(running, u"cap-lost"_s);
+        running->commandDidStart();
+        m_now = kStart.addSecs(242);
+        m_endObjects.clear();
 
+        if (byConnection) {
+            running->connectionToCommandWasLost();
+        } else {
+            service().removeListener(running.get());
+        }
+        drainMainQueue();
+
+        EXPECT_EQ(running->runTime(), 242.0);
+        expectLost(*running);
+        EXPECT_EQ(m_endObjects, QList<const void*>{running.get()});
+        running->connectionToCommandWasLost();
+        drainMainQueue();
+        EXPECT_EQ(m_endObjects.size(), 1) << "after the stop there is nothing left to end";
+    }
     service().removeAllListeners();
     drainMainQueue();
-
-    EXPECT_EQ(running->stopTime(), kStart.addSecs(242));
-    EXPECT_EQ(running->runTime(), 242.0);
-    ASSERT_TRUE(running->exception());
-    EXPECT_EQ(running->exception()->name(), QStringLiteral("IPC"));
-    EXPECT_EQ(running->exception()->reason(), QStringLiteral("lost connection with command"));
-    EXPECT_EQ(running->exception()->userInfo().value(QStringLiteral(".Explain")),
-              QStringLiteral("disconnect"));
-    EXPECT_EQ(paneCalls().last(), QStringLiteral("didEndStatusWithException:IPC"));
-    EXPECT_EQ(running->displayRunTime(), QStringLiteral("stopped"));
-    EXPECT_EQ(m_endObjects, QList<const void*>{running.get()}) << "not the one never started";
     EXPECT_FALSE(never->hasStopped());
-    EXPECT_EQ(neverPane->calls(), QStringList{QStringLiteral("setProgressManager")});
+    EXPECT_EQ(neverPane->calls(), QStringList{u"setProgressManager"_s});
 }
 
 TEST_F(ActivityProgressTest, AlertsComeFromTheCanceledRuleThenTheRuleForAnyCommand)
 {
     const auto manager = makeManager();
-    KSException canceled(QStringLiteral("Cancel"), QStringLiteral("user canceled"));
-    canceled.setDetail(QStringLiteral("capture"), QStringLiteral(".Command"));
-    const KSException failed(QStringLiteral("IO"), QStringLiteral("disk gone"));
+    KSException canceled(u"Cancel"_s, u"user canceled"_s);
+    canceled.setDetail(u"capture"_s, u".Command"_s);
+    const KSException failed(u"IO"_s, u"disk gone"_s);
 
     const auto canceledAlert = manager->chooseAlertForException(&canceled);
     const auto failedAlert = manager->chooseAlertForException(&failed);
 
     ASSERT_TRUE(canceledAlert);
-    EXPECT_EQ(canceledAlert->message(), QStringLiteral("Capture Stopped"));
+    EXPECT_EQ(canceledAlert->message(), u"Capture Stopped"_s);
     ASSERT_TRUE(failedAlert);
     EXPECT_NE(failedAlert->message(), canceledAlert->message());
     EXPECT_FALSE(manager->chooseAlertForException(nullptr));
@@ -311,23 +300,20 @@ TEST(PaneTableTest, CommandNamesChooseThePaneAndOnlyThoseGetAManager)
 {
     using Kind = ProgressPane::Kind;
     const QList<std::pair<QString, Kind>> table = {
-        {QStringLiteral("capture"), Kind::File},    {QStringLiteral("recall"), Kind::File},
-        {QStringLiteral("restore"), Kind::File},    {QStringLiteral("merge"), Kind::Details},
-        {QStringLiteral("combine"), Kind::Details}, {QStringLiteral("delete"), Kind::Details},
-        {QStringLiteral("erase"), Kind::Details},   {QStringLiteral("compact"), Kind::Compact},
-        {QStringLiteral("verify"), Kind::Index},    {QStringLiteral("reindex"), Kind::Index},
-        {QStringLiteral("repair"), Kind::Index},
+        {u"capture"_s, Kind::File},  {u"recall"_s, Kind::File},     {u"restore"_s, Kind::File},
+        {u"merge"_s, Kind::Details}, {u"combine"_s, Kind::Details}, {u"delete"_s, Kind::Details},
+        {u"erase"_s, Kind::Details}, {u"compact"_s, Kind::Compact}, {u"verify"_s, Kind::Index},
+        {u"reindex"_s, Kind::Index}, {u"repair"_s, Kind::Index},
     };
     for (const auto& [name, kind] : table) {
         EXPECT_EQ(ProgressPane::umbrellaControllerForCommand(name), kind) << name.toStdString();
     }
     for (const QString& name :
-         {QStringLiteral("dump"), QStringLiteral("install"), QStringLiteral("Capture"),
-          QStringLiteral("correction"), QString()}) {
+         {u"dump"_s, u"install"_s, u"Capture"_s, u"correction"_s, QString()}) {
         EXPECT_FALSE(ProgressPane::umbrellaControllerForCommand(name)) << name.toStdString();
     }
 
-    const auto capture = ActivityProgressManager::initWithCommand(QStringLiteral("capture"));
+    const auto capture = ActivityProgressManager::initWithCommand(u"capture"_s);
     ASSERT_TRUE(capture) << "without a pane factory too";
     EXPECT_TRUE(capture->viewController());
     QList<Kind> kinds;
@@ -335,8 +321,8 @@ TEST(PaneTableTest, CommandNamesChooseThePaneAndOnlyThoseGetAManager)
         kinds.append(kind);
         return std::make_shared<RecordingProgressPane>();
     });
-    const auto compact = ActivityProgressManager::initWithCommand(QStringLiteral("compact"));
-    const auto dump = ActivityProgressManager::initWithCommand(QStringLiteral("dump"));
+    const auto compact = ActivityProgressManager::initWithCommand(u"compact"_s);
+    const auto dump = ActivityProgressManager::initWithCommand(u"dump"_s);
     ProgressServices::setPaneFactory({});
     ASSERT_TRUE(compact);
     EXPECT_FALSE(dump);
@@ -346,106 +332,61 @@ TEST(PaneTableTest, CommandNamesChooseThePaneAndOnlyThoseGetAManager)
     EXPECT_EQ(pane->manager(), compact.get());
 }
 
-// A manager connected the way the monitor connects one, to a command played by a peer
-// connection of this process, which counts every question.
-class ConnectedProgressTest : public ActivityProgressTest
+TEST_F(ActivityProgressTest, StartAsksTheCommandOnceWhatItIsAndTellsThePane)
 {
-protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(MessagingThread::instance().connection().isConnected())
-            << "no session bus: run the tests through scripts/headless";
-        ASSERT_TRUE(m_peer.isConnected());
-        ActivityProgressTest::SetUp();
-        service().setSwitchboardName(QStringLiteral("com.kestrom.monitor"));
-        m_command = new FakeCommand;
-        m_endpoint = m_peer.serve(m_command, QStringLiteral("/test/progress"));
-    }
-
-    std::shared_ptr<ActivityProgressManager>
-    connectedManager(const QString& identifier, std::optional<FakeCommand::Answers> answers = {})
-    {
-        if (answers) {
-            m_command->setAnswers(*answers);
-        }
-        auto manager = makeManager();
-        manager->connectToCommand(std::make_shared<CommandOnXPCConnection>(
-            QStringLiteral("capture"), m_endpoint, identifier));
-        return manager;
-    }
-
-    PeerBus m_peer{QStringLiteral("peer-progress")};
-    FakeCommand* m_command = nullptr;
-    Endpoint m_endpoint;
-};
-
-TEST_F(ConnectedProgressTest, StartAsksTheCommandOnceWhatItIsAndTellsThePane)
-{
-    const auto manager = connectedManager(QStringLiteral("cap-start"));
+    auto manager = connectedManager(u"cap-start"_s);
+    EXPECT_EQ(manager->liveStatus(), ActivityProgressManager::LiveStatus{}) << "nothing asked";
 
     manager->commandDidStart();
 
-    EXPECT_EQ(paneCalls(), (QStringList{QStringLiteral("setProgressManager"),
-                                        QStringLiteral("setActionID:6F1C2A40-action"),
-                                        QStringLiteral("didBeginStatus")}));
+    EXPECT_EQ(paneCalls(), (QStringList{u"setProgressManager"_s, u"setActionID:6F1C2A40-action"_s,
+                                        u"didBeginStatus"_s}));
     ASSERT_EQ(m_notifier.notices().size(), 1);
     const RecordingUserNotifier::Notice notice = m_notifier.notices().at(0);
+    EXPECT_EQ(notice.type, UserNotifier::kActionStarted);
     EXPECT_EQ(QStringList({notice.title, notice.details, notice.identifier}),
-              (QStringList{QStringLiteral("Capture"), QStringLiteral("Nightly capture"),
-                           QStringLiteral("6F1C2A40-action")}));
+              (QStringList{u"Capture"_s, u"Nightly capture"_s, u"6F1C2A40-action"_s}));
     EXPECT_EQ(manager->repositoryRef(), QByteArrayLiteral("archived reference"));
-    EXPECT_TRUE(manager->beginProgressSent());
+    EXPECT_EQ(manager->displayRunTime(), u"00:00"_s);
+    EXPECT_EQ(manager->startTime(), kStart);
+    EXPECT_EQ(m_wakeObjects, QList<const void*>{nullptr});
 
     manager->humanReadableCommandName();
     manager->displayTitle();
     manager->actionUUID();
-    for (const QString& member :
-         {QStringLiteral("queryNameWithReply"), QStringLiteral("queryDisplayDescriptionWithReply"),
-          QStringLiteral("queryActionUUIDWithReply"), QStringLiteral("querySupportsProperty"),
-          QStringLiteral("queryRepositoryRefWithReply")}) {
+    for (const QString& member : {u"queryNameWithReply"_s, u"queryDisplayDescriptionWithReply"_s,
+                                  u"queryActionUUIDWithReply"_s, u"querySupportsProperty"_s,
+                                  u"queryRepositoryRefWithReply"_s}) {
         EXPECT_EQ(m_command->count(member), 1) << member.toStdString();
     }
+    manager->commandDidStopWithException(nullptr);
+    EXPECT_EQ(manager->liveStatus(), ActivityProgressManager::LiveStatus{});
+    manager.reset();
+    drainMainQueue();
+    EXPECT_EQ(paneCalls().last(), u"setProgressManager:none"_s);
 }
 
-TEST_F(ConnectedProgressTest, ACommandOfNoActionOrArchiveIsNotAskedForOneNorRescheduled)
+TEST_F(ActivityProgressTest, RunningBeginsProgressBeforeTheCommandIsToldToRun)
 {
-    FakeCommand::Answers answers;
-    answers.supportsRepositoryRef = false;
-    answers.actionUUID.clear();
-    answers.canCancel = true;
-    const auto manager = connectedManager(QStringLiteral("cap-noref"), answers);
-    manager->commandDidStart();
-
-    EXPECT_TRUE(manager->repositoryRef().isEmpty());
-    EXPECT_EQ(m_command->count(QStringLiteral("querySupportsProperty")), 1);
-    EXPECT_EQ(m_command->count(QStringLiteral("queryRepositoryRefWithReply")), 0);
-    EXPECT_TRUE(manager->liveStatus().canCancel);
-    EXPECT_FALSE(manager->liveStatus().canReschedule);
-    EXPECT_EQ(m_pane->actionID(), QString());
-}
-
-TEST_F(ConnectedProgressTest, RunningBeginsProgressBeforeTheCommandIsToldToRun)
-{
-    const auto manager = connectedManager(QStringLiteral("cap-run"));
+    const auto manager = connectedManager(u"cap-run"_s);
 
     manager->runCommand();
-    ASSERT_TRUE(QTest::qWaitFor([this] { return m_command->count(QStringLiteral("run")) == 1; }));
+    ASSERT_TRUE(QTest::qWaitFor([this] { return m_command->count(u"run"_s) == 1; }));
     manager->commandDidStart();
 
     const QStringList calls = m_command->calls();
-    EXPECT_LT(calls.indexOf(QStringLiteral("queryActionUUIDWithReply")),
-              calls.indexOf(QStringLiteral("run")));
-    EXPECT_EQ(paneCalls().count(QStringLiteral("didBeginStatus")), 1);
+    EXPECT_LT(calls.indexOf(u"queryActionUUIDWithReply"_s), calls.indexOf(u"run"_s));
+    EXPECT_EQ(paneCalls().count(u"didBeginStatus"_s), 1);
     EXPECT_EQ(m_notifier.notices().size(), 1);
 }
 
-TEST_F(ConnectedProgressTest, LiveStatusIsAskedOnceUntilTheNextMessage)
+TEST_F(ActivityProgressTest, LiveStatusIsAskedOnceUntilTheNextMessageAndReschedulingNeedsAnAction)
 {
     FakeCommand::Answers answers;
     answers.canCancel = true;
     answers.isPaused = true;
     answers.canPause = true;
-    const auto manager = connectedManager(QStringLiteral("cap-status"), answers);
+    const auto manager = connectedManager(u"cap-status"_s, answers);
     manager->commandDidStart();
 
     const ActivityProgressManager::LiveStatus first = manager->liveStatus();
@@ -454,21 +395,31 @@ TEST_F(ConnectedProgressTest, LiveStatusIsAskedOnceUntilTheNextMessage)
     const ActivityProgressManager::LiveStatus expected{true, true, false, true, true, true};
     EXPECT_EQ(first, expected);
     EXPECT_EQ(second, expected);
-    EXPECT_EQ(m_command->count(QStringLiteral("queryCanCancelWithReply")), 1);
-    EXPECT_EQ(m_command->count(QStringLiteral("queryIsHeldWithReply")), 1);
+    EXPECT_EQ(m_command->count(u"queryCanCancelWithReply"_s), 1);
+    EXPECT_EQ(m_command->count(u"queryIsHeldWithReply"_s), 1);
 
     answers.isHeld = true;
     m_command->setAnswers(answers);
-    manager->commandProgressDidUpdate({{QStringLiteral("time"), 3}});
+    manager->commandProgressDidUpdate({{u"time"_s, 3}});
     EXPECT_TRUE(manager->liveStatus().isHeld);
-    EXPECT_EQ(m_command->count(QStringLiteral("queryIsPausedWithReply")), 2);
+    EXPECT_EQ(m_command->count(u"queryIsPausedWithReply"_s), 2);
+
+    answers.supportsRepositoryRef = false;
+    answers.actionUUID.clear();
+    const auto plain = connectedManager(u"cap-plain"_s, answers);
+    plain->commandDidStart();
+    EXPECT_TRUE(plain->repositoryRef().isEmpty());
+    EXPECT_EQ(m_command->count(u"queryRepositoryRefWithReply"_s), 1) << "only the first asked";
+    EXPECT_TRUE(plain->liveStatus().canCancel);
+    EXPECT_FALSE(plain->liveStatus().canReschedule);
+    EXPECT_EQ(m_pane->actionID(), QString());
 }
 
-TEST_F(ConnectedProgressTest, ADeadCommandIsUnknownAndItsStatusStaysToBeAsked)
+TEST_F(ActivityProgressTest, ADeadCommandIsUnknownAndItsStatusStaysToBeAsked)
 {
     auto manager = makeManager();
-    auto connection = std::make_shared<CommandOnXPCConnection>(
-        QStringLiteral("capture"), m_peer.nowhere(), QStringLiteral("cap-dead"));
+    auto connection =
+        std::make_shared<CommandOnXPCConnection>(u"capture"_s, m_peer.nowhere(), u"cap-dead"_s);
     connection->setTolerance(0);
     // Registered before the command is told, so the failure to tell it leaves the manager
     // connected to nobody.
@@ -476,17 +427,45 @@ TEST_F(ConnectedProgressTest, ADeadCommandIsUnknownAndItsStatusStaysToBeAsked)
 
     manager->commandDidStart();
 
-    EXPECT_EQ(manager->humanReadableCommandName(), QStringLiteral("Unknown"));
-    EXPECT_EQ(manager->displayTitle(), QStringLiteral("Unknown Action"));
-    EXPECT_EQ(m_notifier.notices().at(0).title, QStringLiteral("Unknown"));
-    for (const QString& message : {QStringLiteral("command name query failed"),
-                                   QStringLiteral("command description query failed"),
-                                   QStringLiteral("Action ID query failed"),
-                                   QStringLiteral("cap-dead: repositoryRef query failed")}) {
+    EXPECT_EQ(manager->humanReadableCommandName(), u"Unknown"_s);
+    EXPECT_EQ(manager->displayTitle(), u"Unknown Action"_s);
+    EXPECT_EQ(m_notifier.notices().at(0).title, u"Unknown"_s);
+    for (const QString& message :
+         {u"command name query failed"_s, u"command description query failed"_s,
+          u"Action ID query failed"_s, u"cap-dead: repositoryRef query failed"_s}) {
         const auto lines = m_log->linesContaining(message);
         ASSERT_FALSE(lines.isEmpty()) << message.toStdString();
         EXPECT_EQ(lines.at(0).classification, 9);
     }
     EXPECT_THROW(manager->liveStatus(), KSException);
     EXPECT_THROW(manager->liveStatus(), KSException);
+}
+
+// A real command process killed mid-run: its connection's invalidation ends the manager as lost
+// at once, with the cull still a whole interval away.
+TEST_F(ActivityProgressTest, ACommandKilledMidRunIsLostWithoutWaitingForTheCull)
+{
+    const auto manager = makeManager();
+    const Endpoint listener = manager->endpoint();
+    ChildProcess command(QStringLiteral(DYING_COMMAND_PROGRAM),
+                         {listener.service(), listener.path()});
+    ASSERT_TRUE(command.waitForOutput(u"/test/dying"_s));
+    const QStringList served = command.output().section(u'\n', 0, 0).split(u' ');
+    ASSERT_EQ(served.size(), 3) << command.output().toStdString();
+    manager->connectToCommand(std::make_shared<CommandOnXPCConnection>(
+        u"capture"_s, Endpoint(served.at(1), served.at(2)), u"cap-killed"_s));
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return manager->primaryDescription() == u"Capturing"_s; }, 30000));
+    ASSERT_TRUE(manager->commandIsRunning());
+    ASSERT_EQ(service().cullTimer()->interval(), 121000);
+
+    ASSERT_TRUE(command.stop(SIGKILL));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return manager->hasStopped(); }, 30000));
+    drainMainQueue();
+
+    expectLost(*manager);
+    EXPECT_EQ(manager->primaryDescription(), u"Capture stopped"_s);
+    EXPECT_EQ(m_endObjects, QList<const void*>{manager.get()});
+    EXPECT_FALSE(service().hasListenerForCommandIdentifier(u"cap-killed"_s));
+    EXPECT_TRUE(m_log->linesContaining(u"culling dead listener"_s).isEmpty());
 }

@@ -8,6 +8,8 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 // A command class of this process, found by its name.
 class DumpCommand : public CommandInfo
@@ -23,7 +25,7 @@ class SomethingElse : public CommandInfo
 
 TEST(CommandInfoTest, TheTablesKeepTheirIrregularRows)
 {
-    const QString repository = QStringLiteral("RepositoryCommandMessaging");
+    const QString repository = u"RepositoryCommandMessaging"_s;
     const struct
     {
         QString name;
@@ -32,22 +34,18 @@ TEST(CommandInfoTest, TheTablesKeepTheirIrregularRows)
         QString protocol;
         bool privileged;
     } rows[] = {
-        {QStringLiteral("correction"), "Inflate", "CorrectionCommand",
-         QStringLiteral("CorrectionCommandMessaging"), false},
-        {QStringLiteral("erase"), "Delete", "DeleteItemCommand",
-         QStringLiteral("DeleteItemCommandMessaging"), false},
-        {QStringLiteral("delete"), "Delete", "DeleteLayerCommand", repository, false},
-        {QStringLiteral("create"), "Create", "CreateRepositoryCommand",
-         QStringLiteral("CreateRepositoryCommandMessaging"), false},
-        {QStringLiteral("verify"), "Verify", "VerifyCommand", repository, false},
-        {QStringLiteral("open"), "Open", nullptr, QStringLiteral("CommandMessaging"), false},
-        {QStringLiteral("capture"), "Capture", "CaptureCommand",
-         QStringLiteral("CaptureCommandMessaging"), true},
-        {QStringLiteral("install"), "Install", "InstallCommand",
-         QStringLiteral("InstallCommandMessaging"), true},
-        {QStringLiteral("nonsense"), "Command", nullptr, QStringLiteral("CommandMessaging"), false},
-        {QStringLiteral("Capture"), "Command", nullptr, QStringLiteral("CommandMessaging"), false},
-        {QString(), "Command", nullptr, QStringLiteral("CommandMessaging"), false},
+        {u"correction"_s, "Inflate", "CorrectionCommand", u"CorrectionCommandMessaging"_s, false},
+        {u"erase"_s, "Delete", "DeleteItemCommand", u"DeleteItemCommandMessaging"_s, false},
+        {u"delete"_s, "Delete", "DeleteLayerCommand", repository, false},
+        {u"create"_s, "Create", "CreateRepositoryCommand", u"CreateRepositoryCommandMessaging"_s,
+         false},
+        {u"verify"_s, "Verify", "VerifyCommand", repository, false},
+        {u"open"_s, "Open", nullptr, u"CommandMessaging"_s, false},
+        {u"capture"_s, "Capture", "CaptureCommand", u"CaptureCommandMessaging"_s, true},
+        {u"install"_s, "Install", "InstallCommand", u"InstallCommandMessaging"_s, true},
+        {u"nonsense"_s, "Command", nullptr, u"CommandMessaging"_s, false},
+        {u"Capture"_s, "Command", nullptr, u"CommandMessaging"_s, false},
+        {QString(), "Command", nullptr, u"CommandMessaging"_s, false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name.toStdString());
@@ -64,37 +62,33 @@ TEST(CommandInfoTest, TheTablesKeepTheirIrregularRows)
 TEST(CommandInfoTest, ClassesAreFoundOnlyWhenThisProcessHasThem)
 {
     qRegisterMetaType<DumpCommand*>();
-    EXPECT_EQ(CommandInfo::classForCommandName(QStringLiteral("dump")),
-              &DumpCommand::staticMetaObject);
-    EXPECT_EQ(CommandInfo::classForCommandName(QStringLiteral("verify")), nullptr);
-    EXPECT_EQ(DumpCommand().commandName(), QStringLiteral("dump"));
+    EXPECT_EQ(CommandInfo::classForCommandName(u"dump"_s), &DumpCommand::staticMetaObject);
+    EXPECT_EQ(CommandInfo::classForCommandName(u"verify"_s), nullptr);
+    EXPECT_EQ(DumpCommand().commandName(), u"dump"_s);
     EXPECT_TRUE(SomethingElse().commandName().isNull());
 }
 
 TEST(CommandInfoTest, InterfacesSendEachMemberOnItsDeclaringProtocolWithItsClasses)
 {
     LogLineIdentifier::registerArchivableClass();
-    const CommandInterface install = CommandInfo::interfaceForName(QStringLiteral("install"));
-    EXPECT_EQ(install.chain(), (QStringList{QStringLiteral("InstallCommandMessaging"),
-                                            QStringLiteral("CommandMessaging")}));
-    const QSet<QString> classes =
-        install.allowedClassesFor(QStringLiteral("setInstallParameters"), 0);
+    const CommandInterface install = CommandInfo::interfaceForName(u"install"_s);
+    EXPECT_EQ(install.chain(), (QStringList{u"InstallCommandMessaging"_s, u"CommandMessaging"_s}));
+    const QSet<QString> classes = install.allowedClassesFor(u"setInstallParameters"_s, 0);
     for (const QString& allowed :
          {KeyedArchive::kDictionary, KeyedArchive::kArray, KeyedArchive::kString,
-          KeyedArchive::kNumber, QStringLiteral("LogLineIdentifier")}) {
+          KeyedArchive::kNumber, u"LogLineIdentifier"_s}) {
         EXPECT_TRUE(classes.contains(allowed)) << allowed.toStdString();
     }
-    EXPECT_FALSE(classes.contains(QStringLiteral("InstallComponent"))) << "not in this process";
+    EXPECT_FALSE(classes.contains(u"InstallComponent"_s)) << "not in this process";
     EXPECT_FALSE(classes.contains(KeyedArchive::kData));
 
-    const CommandInterface recall = CommandInfo::interfaceForName(QStringLiteral("recall"));
-    EXPECT_EQ(recall.interfaceNameFor(QStringLiteral("queryRepositoryRefWithReply")),
-              QStringLiteral("com.kestrom.RepositoryCommandMessaging"));
-    EXPECT_EQ(recall.interfaceNameFor(QStringLiteral("run")),
-              QStringLiteral("com.kestrom.CommandMessaging"));
-    EXPECT_FALSE(recall.declares(QStringLiteral("setInstallParameters")));
-    EXPECT_FALSE(CommandInfo::interfaceForName(QStringLiteral("open"))
-                     .declares(QStringLiteral("queryRepositoryRefWithReply")));
+    const CommandInterface recall = CommandInfo::interfaceForName(u"recall"_s);
+    EXPECT_EQ(recall.interfaceNameFor(u"queryRepositoryRefWithReply"_s),
+              u"com.kestrom.RepositoryCommandMessaging"_s);
+    EXPECT_EQ(recall.interfaceNameFor(u"run"_s), u"com.kestrom.CommandMessaging"_s);
+    EXPECT_FALSE(recall.declares(u"setInstallParameters"_s));
+    EXPECT_FALSE(
+        CommandInfo::interfaceForName(u"open"_s).declares(u"queryRepositoryRefWithReply"_s));
 }
 
 TEST(CommandInfoTest, ScriptsAreRecognisedByTheHelpersExtensions)
@@ -103,14 +97,12 @@ TEST(CommandInfoTest, ScriptsAreRecognisedByTheHelpersExtensions)
     static QTemporaryDir configHome; // the deferred flush writes here after the test
     ASSERT_TRUE(configHome.isValid());
     qputenv("XDG_CONFIG_HOME", configHome.path().toLocal8Bit());
-    WTUserPreferences::sharedPreferences().setValue(QStringLiteral("scpt:applescript"),
-                                                    QStringLiteral("KSOSAScriptExtensions"),
-                                                    WTUserPreferences::kHelperDomain);
+    WTUserPreferences::sharedPreferences().setValue(
+        u"scpt:applescript"_s, u"KSOSAScriptExtensions"_s, WTUserPreferences::kHelperDomain);
 
-    EXPECT_TRUE(CommandInfo::fileIsOSAScript(QStringLiteral("/x/prolog.scpt")));
-    EXPECT_TRUE(CommandInfo::fileIsOSAScript(QStringLiteral("/x/epilog.applescript")));
-    for (const QString& path : {QStringLiteral("/x/prolog.sh"), QStringLiteral("/x/scpt"),
-                                QStringLiteral("/x/prolog.")}) {
+    EXPECT_TRUE(CommandInfo::fileIsOSAScript(u"/x/prolog.scpt"_s));
+    EXPECT_TRUE(CommandInfo::fileIsOSAScript(u"/x/epilog.applescript"_s));
+    for (const QString& path : {u"/x/prolog.sh"_s, u"/x/scpt"_s, u"/x/prolog."_s}) {
         EXPECT_FALSE(CommandInfo::fileIsOSAScript(path)) << path.toStdString();
     }
 }

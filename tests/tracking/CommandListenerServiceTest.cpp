@@ -1,6 +1,7 @@
 #include "tracking/CommandListenerService.h"
 
 #include "RecordingLogger.h"
+#include "exception/KSException.h"
 #include "tracking/CommandListener.h"
 #include "tracking/CommandListenerServiceDelegate.h"
 
@@ -11,7 +12,16 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
+const QDateTime kEpoch = QDateTime(QDate(2024, 3, 1), QTime(10, 0), Qt::UTC);
+
+CommandListener::ExceptionPtr failure(const QString& reason)
+{
+    return std::make_shared<KSException>(u"IO"_s, reason);
+}
+
 // A listener that counts what the service tells it and answers the cull question as told.
 class RecordingListener : public CommandListener
 {
@@ -67,6 +77,8 @@ std::shared_ptr<RecordingListener> makeListener()
 }
 } // namespace
 
+// Listeners in a service of their own, with a delegate that records, and time a number of
+// seconds after a fixed date, moved by the test.
 class CommandListenerServiceTest : public ::testing::Test
 {
 protected:
@@ -74,12 +86,14 @@ protected:
     {
         m_log = RecordingLogger::install();
         m_service.setDelegate(&m_delegate);
+        CommandListener::setClock([this] { return kEpoch.addMSecs(m_elapsedMs); });
     }
 
     void TearDown() override
     {
         m_service.setDelegate(nullptr);
         m_service.removeAllListeners();
+        CommandListener::setClock({});
         CommandListenerService::setCullInterval(CommandListenerService::kDefaultCullInterval);
         // Listeners released by the service go on a later turn of the main loop.
         QCoreApplication::processEvents();
@@ -95,26 +109,27 @@ protected:
     }
 
     qsizetype lines(const QString& text) const { return m_log->linesContaining(text).size(); }
+    void advance(double seconds) { m_elapsedMs += qint64(seconds * 1000); }
 
     std::shared_ptr<RecordingLogger> m_log;
     RecordingDelegate m_delegate;
     CommandListenerService m_service;
+    qint64 m_elapsedMs = 0;
 };
 
 TEST_F(CommandListenerServiceTest, TheFirstListenerUnderAnIdentifierWinsAndIsLogged)
 {
     const auto first = makeListener();
     const auto second = makeListener();
-    m_service.addListener(first, QStringLiteral("cmd-1"));
-    m_service.addListener(second, QStringLiteral("cmd-1"));
+    m_service.addListener(first, u"cmd-1"_s);
+    m_service.addListener(second, u"cmd-1"_s);
 
-    EXPECT_EQ(m_service.listenerForIdentifier(QStringLiteral("cmd-1")), first);
+    EXPECT_EQ(m_service.listenerForIdentifier(u"cmd-1"_s), first);
     EXPECT_EQ(first->added, 1);
     EXPECT_EQ(second->added, 0);
-    EXPECT_EQ(second->listenerService(), nullptr);
     EXPECT_EQ(first->listenerService(), &m_service);
     EXPECT_EQ(m_delegate.willAdd, QList<CommandListener*>{first.get()});
-    const auto added = m_log->linesContaining(QStringLiteral("added listener"));
+    const auto added = m_log->linesContaining(u"added listener"_s);
     ASSERT_EQ(added.size(), 1);
     EXPECT_EQ(added.first().classification, 9);
     EXPECT_EQ(added.first().message,
@@ -128,27 +143,27 @@ TEST_F(CommandListenerServiceTest, RemovalIsByIdentityAndTheTimerRunsOnlyWhileLi
     EXPECT_EQ(m_service.cullTimer(), nullptr);
     const auto one = makeListener();
     const auto two = makeListener();
-    m_service.addListener(one, QStringLiteral("one"));
-    m_service.addListener(two, QStringLiteral("two"));
+    m_service.addListener(one, u"one"_s);
+    m_service.addListener(two, u"two"_s);
     ASSERT_NE(m_service.cullTimer(), nullptr);
     EXPECT_TRUE(m_service.cullTimer()->isActive());
     EXPECT_EQ(m_service.cullTimer()->interval(), 121000);
+    EXPECT_EQ(m_service.cullTimer()->timerType(), Qt::PreciseTimer) << "never early";
 
     m_service.removeListener(makeListener().get());
     EXPECT_TRUE(m_delegate.didRemove.isEmpty()) << "a stranger changes nothing";
-    EXPECT_EQ(lines(QStringLiteral("removed listener")), 0);
+    EXPECT_EQ(lines(u"removed listener"_s), 0);
 
     m_service.removeListener(one.get());
-    EXPECT_FALSE(m_service.hasListenerForCommandIdentifier(QStringLiteral("one")));
-    EXPECT_TRUE(m_service.hasListenerForCommandIdentifier(QStringLiteral("two")));
+    EXPECT_FALSE(m_service.hasListenerForCommandIdentifier(u"one"_s));
     EXPECT_EQ(one->removed, 1);
     EXPECT_EQ(one->listenerService(), nullptr);
     EXPECT_EQ(m_delegate.didRemove, QList<CommandListener*>{one.get()});
-    const auto removed = m_log->linesContaining(QStringLiteral("removed listener"));
+    const auto removed = m_log->linesContaining(u"removed listener"_s);
     ASSERT_EQ(removed.size(), 1);
     EXPECT_TRUE(removed.first().message.startsWith(
-        QStringLiteral("-[CommandListenerService removeListener:] removed listener <0x")));
-    EXPECT_TRUE(removed.first().message.endsWith(QStringLiteral("for command identifier one")));
+        u"-[CommandListenerService removeListener:] removed listener <0x"_s));
+    EXPECT_TRUE(removed.first().message.endsWith(u"for command identifier one"_s));
     EXPECT_NE(m_service.cullTimer(), nullptr);
 
     m_service.removeAllListeners();
@@ -160,26 +175,26 @@ TEST_F(CommandListenerServiceTest, RemovalIsByIdentityAndTheTimerRunsOnlyWhileLi
 
 TEST_F(CommandListenerServiceTest, TheDelegateMakesMissingListenersOnce)
 {
-    EXPECT_EQ(m_service.listenerForCommandIdentifier(QStringLiteral("none"), {}), nullptr);
-    EXPECT_FALSE(m_service.hasListenerForCommandIdentifier(QStringLiteral("none")));
+    EXPECT_EQ(m_service.listenerForCommandIdentifier(u"none"_s, {}), nullptr);
+    EXPECT_FALSE(m_service.hasListenerForCommandIdentifier(u"none"_s));
     m_delegate.makes = true;
-    const QVariantMap info{{QStringLiteral("name"), QStringLiteral("capture")}};
+    const QVariantMap info{{u"name"_s, u"capture"_s}};
 
-    const auto first = m_service.listenerForCommandIdentifier(QStringLiteral("c-7"), info);
-    const auto again = m_service.listenerForCommandIdentifier(QStringLiteral("c-7"), info);
+    const auto first = m_service.listenerForCommandIdentifier(u"c-7"_s, info);
+    const auto again = m_service.listenerForCommandIdentifier(u"c-7"_s, info);
 
     ASSERT_NE(first, nullptr);
     EXPECT_EQ(again, first);
-    EXPECT_EQ(m_delegate.asked, (QStringList{QStringLiteral("none"), QStringLiteral("c-7")}));
+    EXPECT_EQ(m_delegate.asked, (QStringList{u"none"_s, u"c-7"_s}));
     EXPECT_EQ(m_delegate.seenInfo, info);
-    EXPECT_TRUE(m_service.hasListenerForCommandIdentifier(QStringLiteral("c-7")));
+    EXPECT_TRUE(m_service.hasListenerForCommandIdentifier(u"c-7"_s));
 }
 
 TEST_F(CommandListenerServiceTest, ASilentListenerIsAskedOffTheMainThreadAfterAGraceCull)
 {
     const auto busy = makeListener();
     busy->cullAnswer = false;
-    m_service.addListener(busy, QStringLiteral("busy"));
+    m_service.addListener(busy, u"busy"_s);
     m_service.cullTime(); // the grace of the first cull
     QCoreApplication::processEvents();
     EXPECT_EQ(busy->asked.load(), 0);
@@ -187,8 +202,8 @@ TEST_F(CommandListenerServiceTest, ASilentListenerIsAskedOffTheMainThreadAfterAG
     cullAndSettle();
     EXPECT_EQ(busy->asked.load(), 1);
     EXPECT_FALSE(busy->askedOnMainThread.load());
-    EXPECT_TRUE(m_service.hasListenerForCommandIdentifier(QStringLiteral("busy")));
-    const qsizetype before = lines(QStringLiteral("culling dead listener"));
+    EXPECT_TRUE(m_service.hasListenerForCommandIdentifier(u"busy"_s));
+    const qsizetype before = lines(u"culling dead listener"_s);
 
     busy->cullAnswer = true;
     QSignalSpy answered(&m_service, &CommandListenerService::cullQuestionAnswered);
@@ -196,9 +211,9 @@ TEST_F(CommandListenerServiceTest, ASilentListenerIsAskedOffTheMainThreadAfterAG
     EXPECT_TRUE(m_service.activeListeners()->isEmpty()) << "emptied before the questions run";
     ASSERT_TRUE(answered.wait(30000));
     EXPECT_EQ(answered.first().at(1).toBool(), true);
-    EXPECT_FALSE(m_service.hasListenerForCommandIdentifier(QStringLiteral("busy")));
+    EXPECT_FALSE(m_service.hasListenerForCommandIdentifier(u"busy"_s));
     EXPECT_EQ(busy->removed, 1);
-    const auto culled = m_log->linesContaining(QStringLiteral("culling dead listener"));
+    const auto culled = m_log->linesContaining(u"culling dead listener"_s);
     ASSERT_EQ(culled.size(), before + 1);
     EXPECT_EQ(culled.last().classification, 9);
     EXPECT_EQ(culled.last().message,
@@ -210,7 +225,7 @@ TEST_F(CommandListenerServiceTest, ASilentListenerIsAskedOffTheMainThreadAfterAG
 TEST_F(CommandListenerServiceTest, ACommandReportingEveryIntervalIsNeverAsked)
 {
     const auto listener = makeListener();
-    m_service.addListener(listener, QStringLiteral("chatty"));
+    m_service.addListener(listener, u"chatty"_s);
     for (int cull = 0; cull < 6; ++cull) {
         if (cull % 2 == 0) {
             listener->commandProgressDidUpdate({});
@@ -222,31 +237,107 @@ TEST_F(CommandListenerServiceTest, ACommandReportingEveryIntervalIsNeverAsked)
     QCoreApplication::processEvents();
 
     EXPECT_EQ(listener->asked.load(), 0);
-    EXPECT_TRUE(m_service.hasListenerForCommandIdentifier(QStringLiteral("chatty")));
+    EXPECT_TRUE(m_service.hasListenerForCommandIdentifier(u"chatty"_s));
 }
 
 TEST_F(CommandListenerServiceTest, TheTimerCallsTheCullAtTheInjectedInterval)
 {
     CommandListenerService::setCullInterval(std::chrono::milliseconds(20));
     const auto listener = makeListener();
-    m_service.addListener(listener, QStringLiteral("timed"));
-    EXPECT_EQ(m_service.cullTimer()->interval(), 20);
+    m_service.addListener(listener, u"timed"_s);
 
     // No report ever: the second timed cull asks, and the answer removes it.
     ASSERT_TRUE(QTest::qWaitFor(
-        [&] { return !m_service.hasListenerForCommandIdentifier(QStringLiteral("timed")); },
-        30000));
+        [&] { return !m_service.hasListenerForCommandIdentifier(u"timed"_s); }, 30000));
     EXPECT_EQ(listener->asked.load(), 1);
 }
 
 TEST_F(CommandListenerServiceTest, TheServiceIdentifierBecomesTheSwitchboardName)
 {
-    EXPECT_EQ(m_service.serviceIdentifier(),
-              QStringLiteral("CommandListenerService.%1").arg(uint(getpid())));
+    EXPECT_EQ(m_service.serviceIdentifier(), u"CommandListenerService.%1"_s.arg(uint(getpid())));
     EXPECT_FALSE(m_service.published());
 
-    m_service.setSwitchboardName(QStringLiteral("com.kestrom.monitor"));
+    m_service.setSwitchboardName(u"com.kestrom.monitor"_s);
 
-    EXPECT_EQ(m_service.serviceIdentifier(), QStringLiteral("com.kestrom.monitor"));
+    EXPECT_EQ(m_service.serviceIdentifier(), u"com.kestrom.monitor"_s);
     EXPECT_TRUE(m_service.published());
+}
+
+TEST_F(CommandListenerServiceTest, RunTimeGrowsWithTheClockFromTheFirstStartToTheFirstStop)
+{
+    CommandListener listener;
+    QSignalSpy started(&listener, &CommandListener::startedChanged);
+    QSignalSpy running(&listener, &CommandListener::commandIsRunningChanged);
+    QSignalSpy stopped(&listener, &CommandListener::stoppedChanged);
+    advance(3);
+    EXPECT_EQ(listener.runTime(), 0.0) << "never started";
+
+    listener.commandDidStart();
+    advance(2.5);
+    EXPECT_DOUBLE_EQ(listener.runTime(), 2.5);
+    listener.commandDidStart();
+    advance(10);
+    EXPECT_DOUBLE_EQ(listener.property("runTime").toDouble(), 12.5);
+    EXPECT_EQ(listener.startTime(), kEpoch.addSecs(3)) << "the first start is kept";
+    EXPECT_TRUE(listener.property("commandIsRunning").toBool());
+
+    listener.commandDidStopWithException(failure(u"first"_s));
+    advance(100);
+    const auto second = failure(u"second"_s);
+    listener.commandDidStopWithException(second);
+    EXPECT_DOUBLE_EQ(listener.runTime(), 12.5);
+    EXPECT_EQ(listener.stopTime(), kEpoch.addMSecs(15500));
+    EXPECT_EQ(listener.exception(), second) << "the last exception is kept";
+    EXPECT_EQ(started.size(), 1);
+    EXPECT_EQ(stopped.size(), 1);
+    ASSERT_EQ(running.size(), 2);
+    EXPECT_FALSE(running.last().first().toBool());
+    listener.commandDidStopWithException(nullptr);
+    EXPECT_EQ(listener.exception(), nullptr) << "a later success clears the failure";
+}
+
+TEST_F(CommandListenerServiceTest, AStopBeforeAnyStartDoesNotAnnounceRunningAndTheStartClearsIt)
+{
+    CommandListener listener;
+    QSignalSpy running(&listener, &CommandListener::commandIsRunningChanged);
+    listener.commandDidStopWithException(failure(u"early"_s));
+    listener.commandDidStart();
+    EXPECT_TRUE(listener.hasStopped());
+    EXPECT_FALSE(listener.commandIsRunning());
+    EXPECT_EQ(running.size(), 0);
+    EXPECT_EQ(listener.exception(), nullptr);
+}
+
+TEST_F(CommandListenerServiceTest, AFailedStopIsLoggedWithItsDetailsAndASuccessIsNot)
+{
+    CommandListener listener;
+    listener.commandDidStopWithException(nullptr);
+    listener.commandDidStopWithException(failure(u"disk went away"_s));
+
+    const auto lines = m_log->linesContaining(u"command returned exception"_s);
+    ASSERT_EQ(lines.size(), 1);
+    EXPECT_EQ(lines.first().classification, 9);
+    const auto details = m_log->childrenOf(lines.first().line);
+    EXPECT_TRUE(std::any_of(details.cbegin(), details.cend(), [](const auto& line) {
+        return line.message.contains(u"disk went away"_s);
+    }));
+}
+
+TEST_F(CommandListenerServiceTest, AListenerReleasedByItsOwnStopLivesToTheEndOfTheCall)
+{
+    // The registry holds the only reference: the stop removes it while the stop still runs.
+    auto listener = std::make_shared<CommandListener>();
+    const std::weak_ptr<CommandListener> weak = listener;
+    m_service.addListener(listener, u"alone"_s);
+    CommandListener* raw = listener.get();
+    listener.reset();
+
+    raw->commandDidStopWithException(failure(u"last words"_s));
+    EXPECT_FALSE(weak.expired());
+    EXPECT_EQ(raw->exception()->reason(), u"last words"_s);
+    EXPECT_FALSE(m_service.hasListenerForCommandIdentifier(u"alone"_s));
+    EXPECT_EQ(m_service.cullTimer(), nullptr);
+
+    QCoreApplication::processEvents();
+    EXPECT_TRUE(weak.expired());
 }

@@ -1,39 +1,55 @@
 #include "tracking/CommandOnXPCConnection.h"
 
 #include "FakeCommand.h"
-#include "FlakyComponent.h"
 #include "PeerBus.h"
 #include "RecordingLogger.h"
 #include "exception/KSException.h"
 #include "messaging/KSPublishedEndpointConnection.h"
 #include "messaging/MessagingThread.h"
+#include "tracking/CommandListenerService.h"
+#include "tracking/CommandManager.h"
 #include "tracking/CommandProxy.h"
 
-#include <QDBusMessage>
+#include <QDBusContext>
+#include <QDBusError>
+#include <QSignalSpy>
+#include <QTest>
 #include <gtest/gtest.h>
 #include <limits>
 
-namespace {
-const QString kRetryLine = QStringLiteral("Problem communicating with helper, retrying...");
-const QString kLostLine = QStringLiteral("Lost connection with helper");
+using namespace Qt::StringLiterals;
 
-// What the policy must log for a number of attempts: 0-4 and those ending in 8.
-int expectedRetryLines(qint64 attempts)
+namespace {
+// A peer whose first barrier succeeds, so that a connection to it is made, and whose every later
+// barrier fails: each message sent to it then counts as a failed attempt.
+class FlakyComponent : public QObject, protected QDBusContext
 {
-    int lines = 0;
-    for (qint64 n = 0; n < attempts; ++n) {
-        lines += (n < 5 || n % 10 == 8) ? 1 : 0;
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "com.kestrom.KSComponentMessaging")
+
+public:
+    std::atomic<int> barriers{0};
+
+public Q_SLOTS:
+    void barrierWithCompletion()
+    {
+        if (barriers.fetch_add(1) > 0) {
+            sendErrorReply(QDBusError::Failed, u"flaky peer"_s);
+        }
     }
-    return lines;
-}
+};
+
+const QString kMonitorName = u"com.kestrom.monitor"_s;
+const QString kRetryLine = u"Problem communicating with helper, retrying..."_s;
+const QString kLostLine = u"Lost connection with helper"_s;
+
 } // namespace
 
 TEST(CommandOnXPCConnectionPolicy, ToleranceIsClampedAndSetsTheRetries)
 {
-    CommandOnXPCConnection connection(QStringLiteral("verify"), Endpoint(),
-                                      QStringLiteral("cmd-77"));
-    EXPECT_EQ(connection.connectionName(), QStringLiteral("cmd-77"));
-    EXPECT_EQ(connection.interface().protocol(), QStringLiteral("RepositoryCommandMessaging"));
+    CommandOnXPCConnection connection(u"verify"_s, Endpoint(), u"cmd-77"_s);
+    EXPECT_EQ(connection.connectionName(), u"cmd-77"_s);
+    EXPECT_EQ(connection.interface().protocol(), u"RepositoryCommandMessaging"_s);
     EXPECT_EQ(connection.tolerance(), 1.0);
     const double infinity = std::numeric_limits<double>::infinity();
     const struct
@@ -56,6 +72,8 @@ TEST(CommandOnXPCConnectionPolicy, ToleranceIsClampedAndSetsTheRetries)
     }
 }
 
+// Connections and managers made the way the monitor makes them, to commands played by a peer
+// connection of this process.
 class CommandOnXPCConnectionTest : public ::testing::Test
 {
 protected:
@@ -63,14 +81,28 @@ protected:
     {
         ASSERT_TRUE(MessagingThread::instance().connection().isConnected())
             << "no session bus: run the tests through scripts/headless";
-        ASSERT_TRUE(m_peer.isConnected());
         m_log = RecordingLogger::install();
+        service().setSwitchboardName(kMonitorName);
+        m_command = new FakeCommand(u"capture"_s);
+        m_endpoint = m_peer.serve(m_command, u"/test/capture"_s);
     }
 
     void TearDown() override
     {
+        service().removeAllListeners();
+        QCoreApplication::processEvents();
         CommandTaskConnection::setLogLine(nullptr);
         Logger::releaseDefaultLogger();
+    }
+
+    static CommandListenerService& service() { return CommandListenerService::sharedService(); }
+
+    std::shared_ptr<CommandManager> connectedManager(const QString& identifier)
+    {
+        auto manager = std::make_shared<CommandManager>();
+        manager->connectToCommand(
+            std::make_shared<CommandOnXPCConnection>(u"capture"_s, m_endpoint, identifier));
+        return manager;
     }
 
     // Sends "run" through the connection until the policy gives up; answers how many attempts
@@ -81,7 +113,7 @@ protected:
         try {
             connection.performOnCommand([&attempts](const CommandProxy& command) {
                 ++attempts;
-                command.send(QStringLiteral("run"));
+                command.send(u"run"_s);
             });
         } catch (const KSException& failure) {
             return {attempts, failure};
@@ -89,58 +121,39 @@ protected:
         return {attempts, std::nullopt};
     }
 
-    PeerBus m_peer{QStringLiteral("peer-connection")};
+    PeerBus m_peer{u"peer-connection"_s};
     std::shared_ptr<RecordingLogger> m_log;
+    FakeCommand* m_command = nullptr;
+    Endpoint m_endpoint;
 };
 
 TEST_F(CommandOnXPCConnectionTest, WithoutANameTheCommandIsAskedForIt)
 {
-    auto* command = new FakeCommand(QStringLiteral("recall"));
-    const Endpoint endpoint = m_peer.serve(command, QStringLiteral("/test/recall"));
+    auto* command = new FakeCommand(u"recall"_s);
+    const Endpoint endpoint = m_peer.serve(command, u"/test/recall"_s);
 
-    CommandOnXPCConnection connection(QString(), endpoint, QStringLiteral("cmd-recall"));
+    CommandOnXPCConnection connection(QString(), endpoint, u"cmd-recall"_s);
 
-    EXPECT_EQ(command->calls(), QStringList{QStringLiteral("queryNameWithReply")});
+    EXPECT_EQ(command->calls(), QStringList{u"queryNameWithReply"_s});
+    EXPECT_EQ(connection.connection()->serviceInterface(), u"RecallCommandMessaging"_s);
     EXPECT_EQ(connection.interface().chain(),
-              (QStringList{QStringLiteral("RecallCommandMessaging"),
-                           QStringLiteral("RestoreCommandMessaging"),
-                           QStringLiteral("RepositoryCommandMessaging"),
-                           QStringLiteral("CommandMessaging")}));
+              (QStringList{u"RecallCommandMessaging"_s, u"RestoreCommandMessaging"_s,
+                           u"RepositoryCommandMessaging"_s, u"CommandMessaging"_s}));
     try {
-        CommandOnXPCConnection gone(QString(), m_peer.nowhere(), QStringLiteral("cmd-gone"));
+        CommandOnXPCConnection gone(QString(), m_peer.nowhere(), u"cmd-gone"_s);
         FAIL() << "created a connection to nothing";
     } catch (const KSException& failure) {
-        EXPECT_EQ(failure.name(), QStringLiteral("IPC"));
-        EXPECT_EQ(failure.reason(),
-                  QStringLiteral("could not obtain command name from remote process"));
+        EXPECT_EQ(failure.name(), u"IPC"_s);
+        EXPECT_EQ(failure.reason(), u"could not obtain command name from remote process"_s);
     }
-}
-
-TEST_F(CommandOnXPCConnectionTest, MessagesGoOutOnTheInterfaceThatDeclaresThem)
-{
-    auto* command = new FakeCommand(QStringLiteral("verify"));
-    const Endpoint endpoint = m_peer.serve(command, QStringLiteral("/test/verify"));
-    CommandOnXPCConnection connection(QStringLiteral("verify"), endpoint, QStringLiteral("v-1"));
-
-    auto pid = std::make_shared<QString>();
-    connection.performOnCommand([pid](const CommandProxy& proxy) {
-        proxy.send(QStringLiteral("run"));
-        proxy.call(
-            QStringLiteral("queryProcessIdentifierWithReply"), {},
-            [pid](const QDBusMessage& reply) { *pid = reply.arguments().value(0).toString(); });
-    });
-
-    EXPECT_EQ(*pid, QStringLiteral("pid-of-verify"));
-    EXPECT_EQ(command->calls(), (QStringList{QStringLiteral("run"),
-                                             QStringLiteral("queryProcessIdentifierWithReply")}));
 }
 
 TEST_F(CommandOnXPCConnectionTest, ADeadCommandIsTriedAsOftenAsTheDefaultToleranceAllows)
 {
     auto* flaky = new FlakyComponent;
-    const Endpoint endpoint = m_peer.serve(flaky, QStringLiteral("/test/flaky"));
-    CommandOnXPCConnection connection(QStringLiteral("compact"), endpoint, QStringLiteral("c-9"));
-    const LogLine context = Logger::log(0, QStringLiteral("watching c-9"));
+    const Endpoint endpoint = m_peer.serve(flaky, u"/test/flaky"_s);
+    CommandOnXPCConnection connection(u"compact"_s, endpoint, u"c-9"_s);
+    const LogLine context = Logger::log(0, u"watching c-9"_s);
     CommandTaskConnection::setLogLine(context);
 
     const auto [attempts, failure] = exhaust(connection);
@@ -148,11 +161,10 @@ TEST_F(CommandOnXPCConnectionTest, ADeadCommandIsTriedAsOftenAsTheDefaultToleran
     EXPECT_EQ(attempts, 120);
     EXPECT_EQ(flaky->barriers.load(), 121) << "one to connect, one per attempt";
     ASSERT_TRUE(failure.has_value());
-    EXPECT_EQ(failure->name(), QStringLiteral("IPC"));
-    EXPECT_EQ(failure->reason(), QStringLiteral("could not send message to helper process"));
+    EXPECT_EQ(failure->name(), u"IPC"_s);
+    EXPECT_EQ(failure->reason(), u"could not send message to helper process"_s);
 
     const auto retries = m_log->linesContaining(kRetryLine);
-    ASSERT_EQ(retries.size(), expectedRetryLines(120));
     ASSERT_EQ(retries.size(), 17) << "attempts 0-4, 8, 18, ..., 118";
     EXPECT_EQ(retries.first().classification, 2);
     for (qsizetype i = 1; i < retries.size(); ++i) {
@@ -162,8 +174,8 @@ TEST_F(CommandOnXPCConnectionTest, ADeadCommandIsTriedAsOftenAsTheDefaultToleran
         EXPECT_TRUE(sameLine(retry.parent, context)) << "attached to the thread's line";
         const auto details = m_log->childrenOf(retry.line);
         ASSERT_EQ(details.size(), 1);
-        EXPECT_TRUE(details.first().message.startsWith(QStringLiteral("id: ")));
-        EXPECT_TRUE(details.first().message.contains(QStringLiteral("c-9")));
+        EXPECT_TRUE(details.first().message.startsWith(u"id: "_s));
+        EXPECT_TRUE(details.first().message.contains(u"c-9"_s));
     }
 
     const auto lost = m_log->linesContaining(kLostLine);
@@ -172,52 +184,30 @@ TEST_F(CommandOnXPCConnectionTest, ADeadCommandIsTriedAsOftenAsTheDefaultToleran
     EXPECT_TRUE(sameLine(lost.first().parent, context));
     const auto lostDetails = m_log->childrenOf(lost.first().line);
     EXPECT_TRUE(std::any_of(lostDetails.cbegin(), lostDetails.cend(), [](const auto& line) {
-        return line.classification == 7 && line.message.startsWith(QStringLiteral("id: "));
+        return line.classification == 7 && line.message.startsWith(u"id: "_s);
     }));
     EXPECT_TRUE(std::any_of(lostDetails.cbegin(), lostDetails.cend(), [](const auto& line) {
-        return line.message.contains(QStringLiteral("could not send message to helper process"));
+        return line.message.contains(u"could not send message to helper process"_s);
     }));
 }
 
-TEST_F(CommandOnXPCConnectionTest, LessToleranceTriesLessAndANeverReachedCommandRunsNothing)
+TEST_F(CommandOnXPCConnectionTest, ANeverReachedCommandRunsNothingAndProtocolsAreKept)
 {
-    const Endpoint flaky = m_peer.serve(new FlakyComponent, QStringLiteral("/test/flaky0"));
-    const struct
-    {
-        Endpoint endpoint;
-        double tolerance;
-        int attempts;
-        qsizetype retryLines;
-    } cases[] = {
-        {flaky, 0.0, 20, 7}, // attempts 0-4, 8 and 18
-        {m_peer.nowhere(), 0.1, 0, expectedRetryLines(30)},
-    };
-    for (const auto& c : cases) {
-        CommandOnXPCConnection connection(QStringLiteral("dump"), c.endpoint,
-                                          QStringLiteral("d-0"));
-        connection.setTolerance(c.tolerance);
-        const qsizetype before = m_log->linesContaining(kRetryLine).size();
+    CommandOnXPCConnection nowhere(u"dump"_s, m_peer.nowhere(), u"d-0"_s);
+    nowhere.setTolerance(0.1);
+    const auto [attempts, failure] = exhaust(nowhere);
+    EXPECT_EQ(attempts, 0);
+    ASSERT_TRUE(failure.has_value());
+    EXPECT_EQ(failure->name(), u"IPC"_s);
+    EXPECT_EQ(m_log->linesContaining(kRetryLine).size(), 8) << "attempts 0-4, 8, 18 and 28";
+    EXPECT_EQ(m_log->linesContaining(kLostLine).size(), 1);
 
-        const auto [attempts, failure] = exhaust(connection);
-
-        EXPECT_EQ(attempts, c.attempts);
-        ASSERT_TRUE(failure.has_value());
-        EXPECT_EQ(failure->name(), QStringLiteral("IPC"));
-        EXPECT_EQ(m_log->linesContaining(kRetryLine).size() - before, c.retryLines);
-    }
-    EXPECT_EQ(m_log->linesContaining(kLostLine).size(), 2);
-}
-
-TEST_F(CommandOnXPCConnectionTest, AMessageOutsideTheProtocolIsAProgrammingError)
-{
-    auto* command = new FakeCommand(QStringLiteral("dump"));
-    const Endpoint endpoint = m_peer.serve(command, QStringLiteral("/test/dump"));
-    CommandOnXPCConnection connection(QStringLiteral("dump"), endpoint, QStringLiteral("d-1"));
-
-    EXPECT_THROW(connection.performOnCommand([](const CommandProxy& proxy) {
-        proxy.send(QStringLiteral("setInstallParameters"), {QByteArray()});
+    CommandOnXPCConnection capture(u"capture"_s, m_endpoint, u"c-1"_s);
+    EXPECT_THROW(capture.performOnCommand([](const CommandProxy& proxy) {
+        proxy.send(u"setInstallParameters"_s, {QByteArray()});
     }),
-                 std::logic_error);
+                 std::logic_error)
+        << "a message outside the command's protocol is a programming error";
 }
 
 TEST(CommandTaskConnectionLogLine, TheLogLineIsKeptPerThread)
@@ -233,3 +223,73 @@ TEST(CommandTaskConnectionLogLine, TheLogLineIsKeptPerThread)
     CommandTaskConnection::setLogLine(nullptr);
     EXPECT_EQ(CommandTaskConnection::logLine(), nullptr);
 }
+
+TEST_F(CommandOnXPCConnectionTest, ConnectingRegistersAndTellsTheCommandThenRunStopAndDisconnect)
+{
+    const auto manager = connectedManager(u"cap-1"_s);
+    EXPECT_EQ(service().listenerForIdentifier(u"cap-1"_s), manager);
+    EXPECT_EQ(manager->connection()->listenerIdentifier(), kMonitorName);
+
+    manager->runCommand();
+    manager->stopCommand();
+    EXPECT_TRUE(service().hasListenerForCommandIdentifier(u"cap-1"_s));
+    manager->disconnect();
+
+    EXPECT_FALSE(service().hasListenerForCommandIdentifier(u"cap-1"_s));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return m_command->calls().size() == 4; }, 30000));
+    EXPECT_EQ(m_command->calls(),
+              (QStringList{u"addListenerToPublishedService:"_s + kMonitorName, u"run"_s,
+                           u"cancelFrom:1"_s, u"removeListenerWithIdentifier:"_s + kMonitorName}));
+}
+
+TEST_F(CommandOnXPCConnectionTest, TheCullAsksTheCommandInTheBackgroundWhetherItFinished)
+{
+    const auto manager = connectedManager(u"cap-5"_s);
+    QSignalSpy answered(&service(), &CommandListenerService::cullQuestionAnswered);
+
+    service().cullTime(); // the grace of the first cull
+    service().cullTime();
+    ASSERT_TRUE(answered.wait(30000));
+    EXPECT_FALSE(answered.first().at(1).toBool());
+    EXPECT_TRUE(service().hasListenerForCommandIdentifier(u"cap-5"_s));
+
+    m_command->finished = true;
+    service().cullTime();
+    ASSERT_TRUE(answered.wait(30000));
+    EXPECT_TRUE(answered.last().at(1).toBool());
+    EXPECT_FALSE(service().hasListenerForCommandIdentifier(u"cap-5"_s));
+    EXPECT_EQ(m_command->count(u"queryIsFinishedWithReply"_s), 2);
+}
+
+TEST_F(CommandOnXPCConnectionTest, AnUnreachableCommandIsCulledAndAFailedStopDisconnects)
+{
+    auto manager = std::make_shared<CommandManager>();
+    auto connection =
+        std::make_shared<CommandOnXPCConnection>(u"capture"_s, m_peer.nowhere(), u"cap-dead"_s);
+    connection->setTolerance(0);
+    // Registered before the command is told, so the failure to tell it leaves a registered
+    // manager with its connection.
+    EXPECT_THROW(manager->connectToCommand(connection), KSException);
+    ASSERT_TRUE(service().hasListenerForCommandIdentifier(u"cap-dead"_s));
+
+    EXPECT_TRUE(manager->shouldBeCulledFromService(&service()));
+    const auto lines = m_log->linesContaining(u"failed to query listener"_s);
+    ASSERT_EQ(lines.size(), 1);
+    EXPECT_EQ(lines.first().classification, 9);
+    EXPECT_TRUE(lines.first().message.startsWith(
+        u"-[CommandManager shouldBeCulledFromService:] failed to query listener: "_s));
+
+    manager->stopCommand();
+    const auto stop = m_log->linesContaining(u"Unable to send stop request"_s);
+    ASSERT_EQ(stop.size(), 1);
+    EXPECT_EQ(stop.first().classification, 3);
+    EXPECT_FALSE(service().hasListenerForCommandIdentifier(u"cap-dead"_s));
+
+    CommandManager unconnected;
+    EXPECT_TRUE(unconnected.shouldBeCulledFromService(&service()));
+    unconnected.stopCommand();
+    unconnected.runCommand();
+    EXPECT_EQ(m_log->linesContaining(u"Unable to send"_s).size(), 1);
+}
+
+#include "CommandOnXPCConnectionTest.moc"

@@ -13,14 +13,12 @@
 class PeerBus
 {
 public:
-    explicit PeerBus(const QString& name = QStringLiteral("peer"))
+    explicit PeerBus(const QString& name)
         : m_name(name)
         , m_bus(QDBusConnection::connectToBus(QDBusConnection::SessionBus, name))
     {
-        m_thread.setObjectName(QStringLiteral("peer"));
         m_thread.start();
     }
-
     ~PeerBus()
     {
         for (const QString& path : m_paths) {
@@ -34,12 +32,10 @@ public:
         m_thread.quit();
         m_thread.wait();
     }
-
     PeerBus(const PeerBus&) = delete;
     PeerBus& operator=(const PeerBus&) = delete;
 
     QDBusConnection bus() const { return m_bus; }
-    bool isConnected() const { return m_bus.isConnected(); }
 
     // Takes the object (no parent) and serves it at the path.
     Endpoint serve(QObject* object, const QString& path)
@@ -54,10 +50,7 @@ public:
     }
 
     // An endpoint of this peer where nothing is served.
-    Endpoint nowhere() const
-    {
-        return Endpoint(m_bus.baseService(), QStringLiteral("/com/kestrom/test/nothing"));
-    }
+    Endpoint nowhere() const { return Endpoint(m_bus.baseService(), QStringLiteral("/nothing")); }
 
 private:
     QString m_name;

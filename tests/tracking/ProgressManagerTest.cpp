@@ -7,6 +7,8 @@
 #include <gtest/gtest.h>
 #include <stdexcept>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 QVariant nullObject()
 {
@@ -39,26 +41,23 @@ TEST_F(ProgressInterpretationTest, NullValuesCountAsAbsentAndOnlyRealChangesAreA
     EXPECT_EQ(m_manager->displayRunTime(), QString());
     QSignalSpy task(m_manager.get(), &ProgressManager::primaryDescriptionChanged);
     QSignalSpy working(m_manager.get(), &ProgressManager::commandIsWorkingChanged);
-    send({{QStringLiteral("task"), QStringLiteral("Copying")},
-          {QStringLiteral("verb"), QStringLiteral("Copying")},
-          {QStringLiteral("icon"), 7},
-          {QStringLiteral("time"), 12.9}});
+    send({{u"task"_s, u"Copying"_s}, {u"verb"_s, u"Copying"_s}, {u"icon"_s, 7}, {u"time"_s, 12.9}});
     QSignalSpy runTime(m_manager.get(), &ProgressManager::displayRunTimeChanged);
-    send({{QStringLiteral("task"), QStringLiteral("Copying")}, {QStringLiteral("time"), 12}});
+    send({{u"task"_s, u"Copying"_s}, {u"time"_s, 12}});
 
-    send({{QStringLiteral("task"), nullObject()},
-          {QStringLiteral("verb"), nullObject()},
-          {QStringLiteral("icon"), nullObject()},
-          {QStringLiteral("wait"), nullObject()},
-          {QStringLiteral("paws"), nullObject()},
-          {QStringLiteral("time"), nullObject()}});
+    send({{u"task"_s, nullObject()},
+          {u"verb"_s, nullObject()},
+          {u"icon"_s, nullObject()},
+          {u"wait"_s, nullObject()},
+          {u"paws"_s, nullObject()},
+          {u"time"_s, nullObject()}});
 
-    EXPECT_EQ(m_manager->primaryDescription(), QStringLiteral("Copying"));
-    EXPECT_EQ(m_manager->altDescriptionVerb(), QStringLiteral("Copying"));
+    EXPECT_EQ(m_manager->primaryDescription(), u"Copying"_s);
+    EXPECT_EQ(m_manager->altDescriptionVerb(), u"Copying"_s);
     EXPECT_EQ(m_manager->altDescriptionIconValue(), QVariant(7));
     EXPECT_FALSE(m_manager->commandPaused());
     EXPECT_EQ(m_manager->reportedRunTime(), 12) << "fractions dropped";
-    EXPECT_EQ(m_manager->displayRunTime(), QStringLiteral("00:12"));
+    EXPECT_EQ(m_manager->displayRunTime(), u"00:12"_s);
     EXPECT_TRUE(m_manager->commandIsWorking());
     EXPECT_EQ(task.count(), 1);
     EXPECT_EQ(working.count(), 1);
@@ -68,20 +67,20 @@ TEST_F(ProgressInterpretationTest, NullValuesCountAsAbsentAndOnlyRealChangesAreA
 TEST_F(ProgressInterpretationTest, AltShowsAndHidesTheAlternateLineAndANullItemClearsIt)
 {
     QSignalSpy spy(m_manager.get(), &ProgressManager::showingAlternateDescriptionChanged);
-    send({{QStringLiteral("alt"), true}});
-    send({{QStringLiteral("alt"), nullObject()}});
+    send({{u"alt"_s, true}});
+    send({{u"alt"_s, nullObject()}});
     EXPECT_FALSE(m_manager->showingAlternateDescription());
     EXPECT_EQ(spy.count(), 2);
 
-    send({{QStringLiteral("verb"), QStringLiteral("Capturing")},
-          {QStringLiteral("item"), QStringLiteral("Letters.txt")},
-          {QStringLiteral("icon"), iconPixels(16)},
-          {QStringLiteral("alt"), true}});
-    ASSERT_EQ(m_manager->altDescriptionName(), QStringLiteral("Letters.txt"));
+    send({{u"verb"_s, u"Capturing"_s},
+          {u"item"_s, u"Letters.txt"_s},
+          {u"icon"_s, iconPixels(16)},
+          {u"alt"_s, true}});
+    ASSERT_EQ(m_manager->altDescriptionName(), u"Letters.txt"_s);
     ASSERT_TRUE(m_manager->showingAlternateDescription());
     QSignalSpy iconSpy(m_manager.get(), &ProgressManager::altDescriptionIconChanged);
 
-    send({{QStringLiteral("item"), nullObject()}, {QStringLiteral("alt"), true}});
+    send({{u"item"_s, nullObject()}, {u"alt"_s, true}});
 
     EXPECT_EQ(m_manager->altDescriptionVerb(), QString());
     EXPECT_EQ(m_manager->altDescriptionName(), QString());
@@ -99,11 +98,11 @@ TEST_F(ProgressInterpretationTest, WaitShowsWaitingUntilRunWhichWinsInTheSameDic
         const char* runTime;
         bool working;
     } steps[] = {
-        {{{QStringLiteral("run"), true}}, "00:00", true},
-        {{{QStringLiteral("wait"), true}}, "waiting", false},
-        {{{QStringLiteral("wait"), false}}, "waiting", false},
-        {{{QStringLiteral("run"), true}}, "00:00", true},
-        {{{QStringLiteral("wait"), true}, {QStringLiteral("run"), true}}, "00:00", true},
+        {{{u"run"_s, true}}, "00:00", true},
+        {{{u"wait"_s, true}}, "waiting", false},
+        {{{u"wait"_s, false}}, "waiting", false},
+        {{{u"run"_s, true}}, "00:00", true},
+        {{{u"wait"_s, true}, {u"run"_s, true}}, "00:00", true},
     };
     for (const auto& step : steps) {
         send(step.progress);
@@ -114,28 +113,26 @@ TEST_F(ProgressInterpretationTest, WaitShowsWaitingUntilRunWhichWinsInTheSameDic
 
 TEST_F(ProgressInterpretationTest, PawsShowsPausedWithTheNegatedTimeUntilTimeRestoresTheTask)
 {
-    send({{QStringLiteral("task"), QStringLiteral("Copying files")}, {QStringLiteral("time"), 10}});
-    send({{QStringLiteral("paws"), 30},
-          {QStringLiteral("alt"), false},
-          {QStringLiteral("run"), true}});
+    send({{u"task"_s, u"Copying files"_s}, {u"time"_s, 10}});
+    send({{u"paws"_s, 30}, {u"alt"_s, false}, {u"run"_s, true}});
 
     EXPECT_TRUE(m_manager->commandPaused());
-    EXPECT_EQ(m_manager->primaryDescription(), QStringLiteral("Paused"));
+    EXPECT_EQ(m_manager->primaryDescription(), u"Paused"_s);
     EXPECT_EQ(m_manager->reportedRunTime(), -30);
-    EXPECT_EQ(m_manager->displayRunTime(), QStringLiteral("-00:30"));
+    EXPECT_EQ(m_manager->displayRunTime(), u"-00:30"_s);
     EXPECT_TRUE(m_manager->showingAlternateDescription());
     EXPECT_FALSE(m_manager->commandIsWorking());
 
     QSignalSpy spy(m_manager.get(), &ProgressManager::primaryDescriptionChanged);
-    send({{QStringLiteral("paws"), 25}, {QStringLiteral("task"), QStringLiteral("Verifying")}});
-    EXPECT_EQ(m_manager->displayRunTime(), QStringLiteral("-00:25"));
-    EXPECT_EQ(m_manager->primaryDescription(), QStringLiteral("Paused"));
+    send({{u"paws"_s, 25}, {u"task"_s, u"Verifying"_s}});
+    EXPECT_EQ(m_manager->displayRunTime(), u"-00:25"_s);
+    EXPECT_EQ(m_manager->primaryDescription(), u"Paused"_s);
     EXPECT_EQ(spy.count(), 0);
 
-    send({{QStringLiteral("time"), 95}});
+    send({{u"time"_s, 95}});
     EXPECT_FALSE(m_manager->commandPaused());
-    EXPECT_EQ(m_manager->primaryDescription(), QStringLiteral("Verifying"));
-    EXPECT_EQ(m_manager->displayRunTime(), QStringLiteral("01:35"));
+    EXPECT_EQ(m_manager->primaryDescription(), u"Verifying"_s);
+    EXPECT_EQ(m_manager->displayRunTime(), u"01:35"_s);
     EXPECT_TRUE(m_manager->commandIsWorking());
 }
 
@@ -144,7 +141,7 @@ TEST(IconTest, RGBADataOfTheFourSizesBecomesASquareImageAndOtherLengthsAreRefuse
     for (const int side : {16, 32, 64, 128}) {
         const QByteArray pixels = iconPixels(side);
         auto manager = std::make_shared<ProgressManager>();
-        manager->commandProgressDidUpdate({{QStringLiteral("icon"), pixels}});
+        manager->commandProgressDidUpdate({{u"icon"_s, pixels}});
         const QImage image = manager->altDescriptionIcon();
         ASSERT_EQ(image.size(), QSize(side, side));
         for (const QPoint point :
@@ -179,12 +176,12 @@ TEST(IconTest, ASystemIconNumberIsLookedUpOnceUntilTheValueChanges)
     const auto manager = std::make_shared<ProgressManager>();
     QSignalSpy spy(manager.get(), &ProgressManager::altDescriptionIconChanged);
 
-    manager->commandProgressDidUpdate({{QStringLiteral("icon"), 0}});
+    manager->commandProgressDidUpdate({{u"icon"_s, 0}});
     EXPECT_EQ(manager->altDescriptionIcon().pixelColor(0, 0), QColor(4, 0, 0));
-    manager->commandProgressDidUpdate({{QStringLiteral("icon"), 0}});
+    manager->commandProgressDidUpdate({{u"icon"_s, 0}});
     manager->altDescriptionIcon();
     EXPECT_EQ(lookups, QList<int>{4});
-    manager->commandProgressDidUpdate({{QStringLiteral("icon"), -240}});
+    manager->commandProgressDidUpdate({{u"icon"_s, -240}});
     EXPECT_EQ(manager->altDescriptionIcon().pixelColor(0, 0), QColor(14, 0, 0));
     ProgressServices::setSystemIconTable({});
     EXPECT_EQ(lookups, (QList<int>{4, 14}));

@@ -34,41 +34,27 @@ public:
         return line;
     }
 
-    std::optional<QByteArray> formatMessage(const QString& /*message*/, const LogLine& /*line*/,
-                                            int /*classification*/,
-                                            const QString& /*classString*/) override
+    std::optional<QByteArray> formatMessage(const QString&, const LogLine&, int,
+                                            const QString&) override
     {
         return std::nullopt;
     }
 
-    QList<Line> lines() const
+    // The lines containing the text, or those written under the parent line when one is given.
+    QList<Line> linesContaining(const QString& text, const LogLine& parent = nullptr) const
     {
         QMutexLocker locker(&m_mutex);
-        return m_lines;
-    }
-
-    QList<Line> linesContaining(const QString& text) const
-    {
         QList<Line> found;
-        for (const Line& line : lines()) {
-            if (line.message.contains(text)) {
+        for (const Line& line : m_lines) {
+            if (line.message.contains(text) &&
+                (!parent || (line.parent && sameLine(line.parent, parent)))) {
                 found.append(line);
             }
         }
         return found;
     }
 
-    // The lines written under the given one.
-    QList<Line> childrenOf(const LogLine& parent) const
-    {
-        QList<Line> found;
-        for (const Line& line : lines()) {
-            if (line.parent && parent && sameLine(line.parent, parent)) {
-                found.append(line);
-            }
-        }
-        return found;
-    }
+    QList<Line> childrenOf(const LogLine& parent) const { return linesContaining({}, parent); }
 
 private:
     mutable QMutex m_mutex;

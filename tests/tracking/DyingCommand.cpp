@@ -1,0 +1,48 @@
+// A command process for tests that kill one mid-run: it serves a FakeCommand and, once told
+// about its listener, reports its start and one progress update to the listener named on its
+// command line; then it runs until it is killed.
+#include "FakeCommand.h"
+#include "foundation/KeyedArchive.h"
+
+#include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QTimer>
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    const QStringList arguments = QCoreApplication::arguments();
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    auto* command = new FakeCommand(u"capture"_s);
+    command->setParent(&app);
+    if (arguments.size() != 3 ||
+        !bus.registerObject(u"/test/dying"_s, command,
+                            QDBusConnection::ExportAdaptors | QDBusConnection::ExportAllSlots)) {
+        return 2;
+    }
+    std::printf("serving %s /test/dying\n", qPrintable(bus.baseService()));
+    std::fflush(stdout);
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, [&] {
+        if (command->count(u"addListenerToPublishedService"_s) == 0) {
+            return;
+        }
+        poll.stop();
+        const QVariantMap progress{{u"task"_s, u"Capturing"_s}};
+        for (const QString& member : {u"commandStarted"_s, u"progressUpdate"_s}) {
+            QDBusMessage message =
+                QDBusMessage::createMethodCall(arguments.at(1), arguments.at(2),
+                                               u"com.kestrom.CommandListenerMessaging"_s, member);
+            if (member == u"progressUpdate"_s) {
+                message << KeyedArchive::archivedData(progress);
+            }
+            bus.send(message);
+        }
+    });
+    poll.start(10);
+    return QCoreApplication::exec();
+}
