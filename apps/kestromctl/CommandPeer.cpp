@@ -2,6 +2,7 @@
 
 #include "CommandPeerServer.h"
 #include "MessageFlood.h"
+#include "PacedProgress.h"
 #include "errors/ExceptionArchive.h"
 #include "exception/KSException.h"
 #include "messaging/KSConnectionServiceSingleton.h"
@@ -55,7 +56,7 @@ QStringList CommandPeer::scenarios()
 {
     return {QStringLiteral("success"), QStringLiteral("fail"), QStringLiteral("pause"),
             QStringLiteral("wait"),    QStringLiteral("keys"), QStringLiteral("hang"),
-            QStringLiteral("flood")};
+            QStringLiteral("flood"),   QStringLiteral("paced")};
 }
 
 int CommandPeer::exec()
@@ -79,6 +80,14 @@ int CommandPeer::exec()
             *m_listener, kListenerInterface, QStringLiteral("progressUpdate"),
             {SerializableDictionaryAdditions::archivedDictionary(progressFor(1))}, m_options.steps);
         say(MessageFlood::describe(QStringLiteral("progress to the monitor"), result));
+        m_step = m_options.steps;
+    } else if (m_options.scenario == QStringLiteral("paced")) {
+        say(PacedProgress::run(
+            *m_listener, kListenerInterface, QStringLiteral("progressUpdate"),
+            [this](int step) -> QVariantList {
+                return {SerializableDictionaryAdditions::archivedDictionary(progressFor(step))};
+            },
+            m_options.steps, m_options.intervalMs));
         m_step = m_options.steps;
     }
     m_timer.start();
@@ -109,10 +118,10 @@ bool CommandPeer::connectToMonitor()
                      qPrintable(m_options.identifier));
         return false;
     }
-    const auto connection =
+    m_listenerConnection =
         std::make_shared<PlatformConnection>(answer->first.service(), answer->first.path(), 0);
     const auto stopLock = m_stopLock;
-    m_listener = connection->remoteObjectProxy([stopLock](const QDBusError& error) {
+    m_listener = m_listenerConnection->remoteObjectProxy([stopLock](const QDBusError& error) {
         std::fprintf(stderr, "kestromctl: message to the listener failed: %s\n",
                      qPrintable(error.message()));
         stopLock->messageReplied(); // a stop waiting for its answer has its answer

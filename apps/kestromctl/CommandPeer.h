@@ -12,6 +12,7 @@
 
 class KSConnectionServiceSingleton;
 class MessageSync;
+class PlatformConnection;
 class KSException;
 class RemoteProxy;
 
@@ -58,6 +59,8 @@ private:
     Options m_options;
     CommandPeerState m_state;
     std::unique_ptr<KSConnectionServiceSingleton> m_vendor;
+    // Kept for the proxy's life: a connection that goes invalidates its proxies.
+    std::shared_ptr<PlatformConnection> m_listenerConnection;
     std::shared_ptr<RemoteProxy> m_listener;
     std::shared_ptr<MessageSync> m_stopLock;
     QTimer m_timer;

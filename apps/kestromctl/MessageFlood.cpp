@@ -1,89 +1,30 @@
 #include "MessageFlood.h"
 
-#include "messaging/MessageSync.h"
+#include "BarrierProbes.h"
 #include "messaging/RemoteProxy.h"
 
-#include <QElapsedTimer>
-#include <QMutex>
-#include <algorithm>
-
 namespace {
-const QString kBarrierInterface = QStringLiteral("com.kestrom.KSComponentMessaging");
-const QString kBarrierMember = QStringLiteral("barrierWithCompletion");
 constexpr double kTimeoutSeconds = 300;
-
-// Shared with the reply handlers, which may outlive a flood that timed out.
-struct Probes
-{
-    QMutex mutex;
-    QElapsedTimer clock;
-    std::vector<double> latenciesMs;
-    int outstanding = 0;
-    bool allSent = false;
-    std::shared_ptr<MessageSync> allAnswered = MessageSync::messageLock();
-    qint64 lastAnswerNs = 0;
-
-    void answered(qint64 sentNs)
-    {
-        QMutexLocker locker(&mutex);
-        lastAnswerNs = clock.nsecsElapsed();
-        latenciesMs.push_back(double(lastAnswerNs - sentNs) / 1e6);
-        --outstanding;
-        finishIfDone();
-    }
-    void finishIfDone()
-    {
-        if (allSent && outstanding == 0) {
-            allAnswered->messageReplied();
-        }
-    }
-};
-
-double percentile(std::vector<double> values, double fraction)
-{
-    if (values.empty()) {
-        return 0;
-    }
-    std::sort(values.begin(), values.end());
-    const auto index = size_t(fraction * double(values.size() - 1));
-    return values[index];
-}
 } // namespace
 
 MessageFlood::Result MessageFlood::run(const RemoteProxy& target, const QString& interface,
                                        const QString& member, const QVariantList& arguments,
                                        int messages)
 {
-    auto probes = std::make_shared<Probes>();
-    probes->clock.start();
-    const auto probe = [&target, probes] {
-        qint64 sentNs = 0;
-        {
-            QMutexLocker locker(&probes->mutex);
-            ++probes->outstanding;
-            sentNs = probes->clock.nsecsElapsed();
-        }
-        target.call(kBarrierInterface, kBarrierMember, {},
-                    [probes, sentNs](const QDBusMessage&) { probes->answered(sentNs); });
-    };
+    const auto probes = BarrierProbes::create();
     for (int i = 1; i <= messages; ++i) {
         target.send(interface, member, arguments);
         if (i % kProbeEvery == 0 || i == messages) {
-            probe();
+            probes->probe(target, probes->now());
         }
-    }
-    {
-        QMutexLocker locker(&probes->mutex);
-        probes->allSent = true;
-        probes->finishIfDone();
     }
     Result result;
     result.messages = messages;
-    result.complete = probes->allAnswered->waitForMessageReplyBeforeInterval(kTimeoutSeconds);
-    QMutexLocker locker(&probes->mutex);
-    result.seconds = double(probes->lastAnswerNs) / 1e9;
-    result.p50Ms = percentile(probes->latenciesMs, 0.50);
-    result.p99Ms = percentile(probes->latenciesMs, 0.99);
+    result.complete = probes->waitForAll(kTimeoutSeconds);
+    const auto summary = probes->summary();
+    result.seconds = summary.lastAnswerSeconds;
+    result.p50Ms = summary.p50Ms;
+    result.p99Ms = summary.p99Ms;
     return result;
 }
 
