@@ -1,11 +1,30 @@
 #include "CommandPeerAdaptor.h"
 
 #include "CommandPeerServer.h"
+#include "exception/KSException.h"
+#include "logging/Logger.h"
+#include "messaging/NilableString.h"
+
+#include <optional>
 
 namespace {
 QString displayName(const QString& name)
 {
     return name.isEmpty() ? name : name.at(0).toUpper() + name.mid(1);
+}
+
+// A one-way message has no one to answer: a value that is not an archived string or nil is
+// logged and dropped.
+std::optional<QString> decoded(const QByteArray& data, const char* member)
+{
+    try {
+        return NilableString::unarchived(data);
+    } catch (const KSException& failure) {
+        const LogLine line = Logger::log(
+            4, QStringLiteral("%1 ignored an undecodable string").arg(QLatin1String(member)));
+        Logger::log(7, line, failure);
+        return std::nullopt;
+    }
 }
 } // namespace
 
@@ -29,31 +48,36 @@ QString CommandPeerAdaptor::queryHumanReadableNameWithReply()
     return displayName(m_server->name());
 }
 
-void CommandPeerAdaptor::setActionUUID(const QString& uuid)
+void CommandPeerAdaptor::setActionUUID(const QByteArray& uuid)
 {
-    m_server->setActionUUID(uuid);
+    if (const auto value = decoded(uuid, "setActionUUID")) {
+        m_server->setActionUUID(*value);
+    }
 }
 
-QString CommandPeerAdaptor::queryActionUUIDWithReply()
+QByteArray CommandPeerAdaptor::queryActionUUIDWithReply()
 {
-    return m_server->actionUUID();
+    return NilableString::archived(m_server->actionUUID());
 }
 
-void CommandPeerAdaptor::setCustomDescription(const QString& description)
+void CommandPeerAdaptor::setCustomDescription(const QByteArray& description)
 {
-    m_customDescription = description;
+    if (const auto value = decoded(description, "setCustomDescription")) {
+        m_customDescription = *value;
+    }
 }
 
-QString CommandPeerAdaptor::queryCustomDescriptionWithReply()
+QByteArray CommandPeerAdaptor::queryCustomDescriptionWithReply()
 {
-    return m_customDescription;
+    return NilableString::archived(m_customDescription);
 }
 
-QString CommandPeerAdaptor::queryDisplayDescriptionWithReply()
+QByteArray CommandPeerAdaptor::queryDisplayDescriptionWithReply()
 {
-    return m_customDescription.isEmpty()
-               ? QStringLiteral("%1 “Demo Archive”").arg(displayName(m_server->name()))
-               : m_customDescription;
+    return NilableString::archived(
+        m_customDescription.isEmpty()
+            ? QStringLiteral("%1 “Demo Archive”").arg(displayName(m_server->name()))
+            : m_customDescription);
 }
 
 QString CommandPeerAdaptor::queryProcessIdentifierWithReply()

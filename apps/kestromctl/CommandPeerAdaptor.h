@@ -17,11 +17,12 @@ public Q_SLOTS:
     bool querySupportsProperty(const QString& property);
     QString queryNameWithReply();
     QString queryHumanReadableNameWithReply();
-    Q_NOREPLY void setActionUUID(const QString& uuid);
-    QString queryActionUUIDWithReply();
-    Q_NOREPLY void setCustomDescription(const QString& description);
-    QString queryCustomDescriptionWithReply();
-    QString queryDisplayDescriptionWithReply();
+    // Strings that may be nil travel as keyed archives.
+    Q_NOREPLY void setActionUUID(const QByteArray& uuid);
+    QByteArray queryActionUUIDWithReply();
+    Q_NOREPLY void setCustomDescription(const QByteArray& description);
+    QByteArray queryCustomDescriptionWithReply();
+    QByteArray queryDisplayDescriptionWithReply();
     QString queryProcessIdentifierWithReply();
     Q_NOREPLY void addListenerToPublishedService(const QString& service);
     Q_NOREPLY void removeListenerWithIdentifier(const QString& identifier);

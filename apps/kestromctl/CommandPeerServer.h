@@ -1,6 +1,7 @@
 #pragma once
 
 #include "CommandPeerState.h"
+#include "messaging/NilableString.h"
 #include "messaging/ServedObject.h"
 
 // What a command process serves to the monitor: its name, descriptions, run state, and the
@@ -20,12 +21,23 @@ public:
     QString actionUUID() const;
     void addListenerService(const QString& service);
 
+    // KSComponentInstalling: a command is no installed component of its own.
+    Q_INVOKABLE QString queryComponentVersionWithReply() const { return kComponentVersion; }
+    Q_INVOKABLE uint queryBuildNumberWithReply() const { return 0; }
+    Q_INVOKABLE void didInstallComponent() {}
+    Q_INVOKABLE void willUninstallComponent() {}
+    static inline const QString kComponentVersion = QStringLiteral("kestromctl-command");
+
     // RepositoryCommandMessaging: no archive reference class here yet, so none is reported.
     Q_INVOKABLE void setRepositoryRef(const QByteArray&) {}
     Q_INVOKABLE QByteArray queryRepositoryRefWithReply() const { return {}; }
     Q_INVOKABLE void setLayerPicker(const QByteArray&) {}
-    Q_INVOKABLE void setAlternateKeyFilePath(const QString&) {}
-    Q_INVOKABLE QString queryAlternateKeyFilePathWithReply() const { return {}; }
+    Q_INVOKABLE void setAlternateKeyFilePath(const QByteArray&) {}
+    // No alternate key file: nil, archived as every string that may be missing.
+    Q_INVOKABLE QByteArray queryAlternateKeyFilePathWithReply() const
+    {
+        return NilableString::archived(QString());
+    }
     Q_INVOKABLE void setPassword(const QString&) {}
 
 private:

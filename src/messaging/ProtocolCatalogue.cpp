@@ -249,7 +249,11 @@ QSet<QString> declaredClasses(const Argument& argument)
     if (argument.archivedClass.isEmpty()) {
         return KeyedArchive::propertyListClasses();
     }
-    return {argument.archivedClass};
+    QSet<QString> classes;
+    for (const QString& name : argument.archivedClass.split(QLatin1Char(','))) {
+        classes.insert(name.trimmed());
+    }
+    return classes;
 }
 } // namespace
 

@@ -8,7 +8,8 @@
 // command speaks, what each protocol's proxy offers and which archived classes each argument
 // may carry. The members and their types are read from the introspection files built into the
 // library, so the wire has one source of truth. In those files a keyed-archive argument names
-// the class it holds with the method annotation "com.kestrom.ArchivedClass.In<n>" / "Out<n>",
+// the class it holds with the method annotation "com.kestrom.ArchivedClass.In<n>" / "Out<n>"
+// (several classes separated by commas: "String,Null" is a string that may be nil),
 // and an endpoint that travels as a live proxy names its protocol with
 // "com.kestrom.ProxyProtocol.Out<n>" (n counts the arguments of one direction only). An archive
 // argument without a named class holds any property-list value.

@@ -5,6 +5,7 @@
 #include "foundation/HumanReadableString.h"
 #include "foundation/MainQueue.h"
 #include "logging/Logger.h"
+#include "messaging/NilableString.h"
 #include "tracking/CommandInfo.h"
 #include "tracking/CommandProxy.h"
 #include "tracking/IconUtilities.h"
@@ -128,11 +129,11 @@ QString ProgressManager::actionUUIDReturningCachedValue(bool cachedOnly)
 {
     if (!cachedOnly && m_actionUUID.isNull()) {
         try {
-            const QString reply =
-                askCommand({{QStringLiteral("queryActionUUIDWithReply"), {}}}).value(0).toString();
-            // The bus cannot carry a missing string: an empty one is no action.
-            if (!reply.isEmpty()) {
-                m_actionUUID = reply;
+            // Nil (no action) arrives as a null string, kept apart from "".
+            const QVariant reply =
+                askCommand({{QStringLiteral("queryActionUUIDWithReply"), {}}}).value(0);
+            if (reply.isValid()) {
+                m_actionUUID = NilableString::unarchived(reply.toByteArray());
             }
         } catch (const KSException& failure) {
             Logger::log(9, nullptr, QStringLiteral("Action ID query failed"), &failure);
@@ -161,17 +162,20 @@ QString ProgressManager::humanReadableCommandName()
 QString ProgressManager::displayTitle()
 {
     if (m_displayTitle.isEmpty()) {
+        // A command that gives no answer, like one that answers nil, has no title; "" is one.
+        QString title;
         try {
-            const QVariant title =
+            const QVariant reply =
                 askCommand({{QStringLiteral("queryDisplayDescriptionWithReply"), {}}}).value(0);
-            if (title.isValid()) {
-                m_displayTitle = title.toString();
+            if (reply.isValid()) {
+                title = NilableString::unarchived(reply.toByteArray());
             }
         } catch (const KSException& failure) {
             Logger::log(9, nullptr, QStringLiteral("command description query failed"), &failure);
         }
+        m_displayTitle = title;
     }
-    return m_displayTitle.isEmpty() ? QStringLiteral("Unknown Action") : m_displayTitle;
+    return m_displayTitle.isNull() ? QStringLiteral("Unknown Action") : m_displayTitle;
 }
 
 QImage ProgressManager::altDescriptionIcon()

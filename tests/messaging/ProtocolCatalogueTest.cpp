@@ -1,8 +1,9 @@
 #include "messaging/ProtocolCatalogue.h"
 
-#include "CommandListenerMessagingProxy.h"
+#include "CommandMessagingProxy.h"
 #include "foundation/KeyedArchive.h"
 #include "foundation/KeyedDecoder.h"
+#include "messaging/NilableString.h"
 
 #include <QCborArray>
 #include <QCborMap>
@@ -11,38 +12,13 @@
 #include <QDBusContext>
 #include <QDBusMessage>
 #include <QDir>
-#include <QFile>
 #include <QTest>
-#include <QXmlStreamReader>
 #include <gtest/gtest.h>
 
 namespace {
-const QString kFilePrefix = QStringLiteral("com.kestrom.");
-
 QSet<QString> setOf(std::initializer_list<QString> names)
 {
     return QSet<QString>(names);
-}
-
-// The interface names a file declares, read independently of the catalogue.
-QStringList interfacesIn(const QString& path, QString* error)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        *error = QStringLiteral("cannot open");
-        return {};
-    }
-    QStringList names;
-    QXmlStreamReader reader(&file);
-    while (!reader.atEnd()) {
-        if (reader.readNext() == QXmlStreamReader::StartElement && reader.name() == u"interface") {
-            names.append(reader.attributes().value(QLatin1String("name")).toString());
-        }
-    }
-    if (reader.hasError()) {
-        *error = reader.errorString();
-    }
-    return names;
 }
 
 QStringList interfaceFiles()
@@ -59,20 +35,6 @@ struct TestInstallComponent
 } // namespace
 
 Q_DECLARE_METATYPE(TestInstallComponent)
-
-TEST(ProtocolCatalogueFiles, EveryFileParsesAndNamesItsInterfaceAfterItself)
-{
-    const QStringList files = interfaceFiles();
-    ASSERT_FALSE(files.isEmpty());
-    for (const QString& file : files) {
-        QString error;
-        const QStringList names =
-            interfacesIn(ProtocolCatalogue::resourceFolder() + QLatin1Char('/') + file, &error);
-        EXPECT_TRUE(error.isEmpty()) << file.toStdString() << ": " << error.toStdString();
-        ASSERT_EQ(names.size(), 1) << file.toStdString();
-        EXPECT_EQ(names.first() + QStringLiteral(".xml"), file);
-    }
-}
 
 TEST(ProtocolCatalogueFiles, EveryProtocolOfTheTreeHasExactlyOneFile)
 {
@@ -160,6 +122,21 @@ TEST(ProtocolCatalogueClasses, ObjectArgumentsAcceptTheirDeclaredClassOnly)
     EXPECT_EQ(ProtocolCatalogue::allowedClassesFor(QStringLiteral("MergeCommandMessaging"),
                                                    QStringLiteral("setRetainDeletedItemsDate"), 0),
               setOf({KeyedArchive::kDate}));
+    // Strings that may be nil: a string or null, in either direction.
+    const QString repair = QStringLiteral("RepairCommandMessaging");
+    for (const char* member :
+         {"setActionUUID", "setCustomDescription", "setAlternateKeyFilePath"}) {
+        EXPECT_EQ(ProtocolCatalogue::allowedClassesFor(repair, QString::fromLatin1(member), 0),
+                  NilableString::allowedClasses())
+            << member;
+    }
+    for (const char* member :
+         {"queryActionUUIDWithReply", "queryCustomDescriptionWithReply",
+          "queryDisplayDescriptionWithReply", "queryAlternateKeyFilePathWithReply"}) {
+        EXPECT_EQ(ProtocolCatalogue::allowedReplyClassesFor(repair, QString::fromLatin1(member), 0),
+                  NilableString::allowedClasses())
+            << member;
+    }
     // Plain values, missing arguments and members the chain lacks accept no archive.
     EXPECT_TRUE(ProtocolCatalogue::allowedClassesFor(QStringLiteral("DumpCommandMessaging"),
                                                      QStringLiteral("setDumpFlags"), 1)
@@ -246,33 +223,36 @@ TEST(ProtocolCatalogueClasses, TheListenerTravelsAsAProxy)
 }
 
 namespace {
-// Served directly, so that the call's own message can be inspected.
-class RecordingListener : public QObject, protected QDBusContext
+// A command's action identifier, served directly so that each call's own message can be seen.
+class ActionKeeper : public QObject, protected QDBusContext
 {
     Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "com.kestrom.CommandListenerMessaging")
+    Q_CLASSINFO("D-Bus Interface", "com.kestrom.CommandMessaging")
 
 public:
-    int started = 0;
-    int probes = 0;
-    bool startedWantedReply = true;
-    bool probeWantedReply = false;
+    int sets = 0;
+    bool setWantedReply = true;
+    bool queryWantedReply = false;
 
 public Q_SLOTS:
-    void commandStarted()
+    void setActionUUID(const QByteArray& uuid)
     {
-        ++started;
-        startedWantedReply = message().isReplyRequired();
+        ++sets;
+        setWantedReply = message().isReplyRequired();
+        m_uuid = NilableString::unarchived(uuid);
     }
-    void doNothingButReply()
+    QByteArray queryActionUUIDWithReply()
     {
-        ++probes;
-        probeWantedReply = message().isReplyRequired();
+        queryWantedReply = message().isReplyRequired();
+        return NilableString::archived(m_uuid);
     }
+
+private:
+    QString m_uuid;
 };
 } // namespace
 
-TEST(ProtocolCatalogueProxies, OneWayMembersAreSentWithoutAwaitingAReply)
+TEST(ProtocolCatalogueProxies, OneWayMembersDoNotWaitAndNilStaysApartFromTheEmptyString)
 {
     if (qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS")) {
         GTEST_SKIP() << "needs a session bus";
@@ -283,25 +263,28 @@ TEST(ProtocolCatalogueProxies, OneWayMembersAreSentWithoutAwaitingAReply)
                                                            QStringLiteral("catalogue-client"));
     ASSERT_TRUE(server.isConnected());
     ASSERT_TRUE(client.isConnected());
-    RecordingListener listener;
-    ASSERT_TRUE(server.registerObject(QStringLiteral("/listener"), &listener,
+    ActionKeeper command;
+    ASSERT_TRUE(server.registerObject(QStringLiteral("/command"), &command,
                                       QDBusConnection::ExportAllSlots));
 
-    CommandListenerMessagingProxy proxy(server.baseService(), QStringLiteral("/listener"), client);
-    // The listener is served on this very thread: a call that waited for its reply could not
-    // return before the listener ran.
-    proxy.commandStarted();
-    EXPECT_EQ(listener.started, 0);
-    ASSERT_TRUE(QTest::qWaitFor([&listener] { return listener.started == 1; }));
-    EXPECT_FALSE(listener.startedWantedReply);
+    CommandMessagingProxy proxy(server.baseService(), QStringLiteral("/command"), client);
+    int sent = 0;
+    for (const QString& uuid : {QString(), QStringLiteral(""), QStringLiteral("6F1C")}) {
+        // The command is served on this very thread: a call that waited for its reply could
+        // not return before the command ran.
+        proxy.setActionUUID(NilableString::archived(uuid));
+        EXPECT_EQ(command.sets, sent++);
+        QDBusPendingReply<QByteArray> reply = proxy.queryActionUUIDWithReply();
+        ASSERT_TRUE(QTest::qWaitFor([&reply] { return reply.isFinished(); }));
+        ASSERT_FALSE(reply.isError()) << reply.error().message().toStdString();
+        const QString answer = NilableString::unarchived(reply.value());
+        EXPECT_EQ(answer.isNull(), uuid.isNull()) << uuid.toStdString();
+        EXPECT_EQ(answer, uuid);
+    }
+    EXPECT_FALSE(command.setWantedReply);
+    EXPECT_TRUE(command.queryWantedReply);
 
-    QDBusPendingReply<> probe = proxy.doNothingButReply();
-    ASSERT_TRUE(QTest::qWaitFor([&probe] { return probe.isFinished(); }));
-    EXPECT_FALSE(probe.isError()) << probe.error().message().toStdString();
-    EXPECT_EQ(listener.probes, 1);
-    EXPECT_TRUE(listener.probeWantedReply);
-
-    server.unregisterObject(QStringLiteral("/listener"));
+    server.unregisterObject(QStringLiteral("/command"));
     QDBusConnection::disconnectFromBus(QStringLiteral("catalogue-client"));
     QDBusConnection::disconnectFromBus(QStringLiteral("catalogue-server"));
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "messaging/NilableString.h"
 #include "messaging/ServedObject.h"
 
 #include <QByteArray>
@@ -53,11 +54,16 @@ public:
 
 public Q_SLOTS:
     QString queryNameWithReply() { return answer(u"queryNameWithReply").name; }
-    QString queryDisplayDescriptionWithReply()
+    // Null strings answer nil.
+    QByteArray queryDisplayDescriptionWithReply()
     {
-        return answer(u"queryDisplayDescriptionWithReply").displayDescription;
+        return NilableString::archived(
+            answer(u"queryDisplayDescriptionWithReply").displayDescription);
     }
-    QString queryActionUUIDWithReply() { return answer(u"queryActionUUIDWithReply").actionUUID; }
+    QByteArray queryActionUUIDWithReply()
+    {
+        return NilableString::archived(answer(u"queryActionUUIDWithReply").actionUUID);
+    }
     bool querySupportsProperty(const QString& property)
     {
         return property == QStringLiteral("repositoryRef") &&
