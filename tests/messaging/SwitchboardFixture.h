@@ -64,20 +64,10 @@ protected:
         return process;
     }
 
-    static QStringList logLines()
-    {
-        QFile file(LogFileLogger::currentLogFilePath());
-        if (!file.open(QIODevice::ReadOnly)) {
-            return {};
-        }
-        return QString::fromLatin1(file.readAll()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    }
-
     static qsizetype logLinesContaining(const QString& text)
     {
-        const QStringList lines = logLines();
-        return std::count_if(lines.cbegin(), lines.cend(),
-                             [&](const QString& line) { return line.contains(text); });
+        QFile file(LogFileLogger::currentLogFilePath());
+        return file.open(QIODevice::ReadOnly) ? QString::fromLatin1(file.readAll()).count(text) : 0;
     }
 
     QTemporaryDir m_stateHome;
