@@ -8,6 +8,7 @@
 #include "messaging/MessageSync.h"
 #include "messaging/MessagingThread.h"
 
+#include <QScopeGuard>
 #include <QThread>
 #include <QThreadPool>
 
@@ -41,16 +42,31 @@ void KSConnection::setIdentifier(QString identifier)
     m_identifier = std::move(identifier);
 }
 
+bool KSConnection::lockConnection(std::unique_lock<QMutex>& locker) const
+{
+    if (!MessagingThread::instance().isCurrent()) {
+        locker.lock();
+        return true;
+    }
+    while (!locker.try_lock()) {
+        if (m_connecting.load()) {
+            return false;
+        }
+        QThread::yieldCurrentThread();
+    }
+    return true;
+}
+
 bool KSConnection::connected() const
 {
-    QMutexLocker locker(&m_connectionLock);
-    return m_connection != nullptr;
+    std::unique_lock<QMutex> locker(m_connectionLock, std::defer_lock);
+    return lockConnection(locker) && m_connection != nullptr;
 }
 
 KSConnection::Candidate KSConnection::currentConnection() const
 {
-    QMutexLocker locker(&m_connectionLock);
-    return m_connection;
+    std::unique_lock<QMutex> locker(m_connectionLock, std::defer_lock);
+    return lockConnection(locker) ? m_connection : nullptr;
 }
 
 void KSConnection::setInvalidationHandler(InvalidationHandler handler)
@@ -82,20 +98,25 @@ Error KSConnection::errorFrom(const QDBusError& error)
 
 void KSConnection::connect()
 {
+    if (MessagingThread::instance().isCurrent()) {
+        // Verification would wait for an answer that can only arrive on this very thread, and
+        // so would waiting for the lock of a thread that is verifying.
+        if (!connected()) {
+            static std::once_flag once;
+            std::call_once(once, [this] {
+                Logger::log(9, QStringLiteral("-[KSConnection connect] called on the messaging "
+                                              "thread for %1; not connecting")
+                                   .arg(identifier()));
+            });
+        }
+        return;
+    }
     QMutexLocker locker(&m_connectionLock);
     if (m_connection) {
         return;
     }
-    if (MessagingThread::instance().isCurrent()) {
-        // Verification would wait for an answer that can only arrive on this very thread.
-        static std::once_flag once;
-        std::call_once(once, [this] {
-            Logger::log(9, QStringLiteral("-[KSConnection connect] called on the messaging "
-                                          "thread for %1; not connecting")
-                               .arg(identifier()));
-        });
-        return;
-    }
+    m_connecting = true;
+    const auto connecting = qScopeGuard([this] { m_connecting = false; });
     m_barrierProxy.reset();
     const std::vector<Candidate> candidates = makeConnections();
     QList<QPair<Error, Candidate>> failures;
@@ -175,7 +196,10 @@ std::shared_ptr<RemoteProxy> KSConnection::serviceProxy()
     std::shared_ptr<RemoteProxy> made;
     std::shared_ptr<RemoteProxy> proxy;
     {
-        QMutexLocker locker(&m_connectionLock);
+        std::unique_lock<QMutex> locker(m_connectionLock, std::defer_lock);
+        if (!lockConnection(locker)) {
+            return nullptr;
+        }
         if (!m_barrierProxy && m_connection) {
             const std::weak_ptr<KSConnection> weakSelf = weak_from_this();
             const QString service = m_connection->serviceName();
@@ -293,20 +317,18 @@ bool KSConnection::disconnect(const Candidate& candidate)
     if (!m_connection) {
         return false;
     }
+    // Every step under the lock, so that a connection made meanwhile by another thread is
+    // never the one dropped.
+    disconnectInternal(m_connection);
     Logger::log(9, QStringLiteral("%1 invalidating connection (%2)")
                        .arg(QStringLiteral("-[KSConnection disconnect:]"), m_identifier));
-    locker.unlock();
-    disconnectInternal();
-    locker.relock();
-    if (m_connection) {
-        m_connection->setInvalidationHandler(nullptr);
-        m_connection->invalidate();
-        m_connection.reset();
-    }
+    m_connection->setInvalidationHandler(nullptr);
+    m_connection->invalidate();
+    m_connection.reset();
     return true;
 }
 
-void KSConnection::disconnectInternal() {}
+void KSConnection::disconnectInternal(const Candidate& /*dropped*/) {}
 
 std::shared_ptr<KSPublishedConnection>
 KSConnection::connectionWithPublishedName(const QString& name, quint64 options,

@@ -6,8 +6,10 @@
 
 #include <QMutex>
 #include <QWaitCondition>
+#include <atomic>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <vector>
 
@@ -72,13 +74,19 @@ protected:
     virtual Candidate makeConnection();
     // A new proxy was made from a new connection.
     virtual void setupProxy(const std::shared_ptr<RemoteProxy>& proxy);
-    virtual void disconnectInternal();
+    // Dropping the current connection, before it is invalidated; runs under the connection
+    // lock, so it must not call the members that take it.
+    virtual void disconnectInternal(const Candidate& dropped);
     // Constructors only: read without a lock afterwards.
     void setIdentifier(QString identifier);
     Candidate currentConnection() const;
     quint64 options() const { return m_options; }
 
 private:
+    // The messaging thread never waits for the lock while a connection is being made: the
+    // thread making it waits for answers that only the messaging thread delivers. There it
+    // gives up instead (false), as if there were no connection.
+    bool lockConnection(std::unique_lock<QMutex>& locker) const;
     bool verify(const Candidate& candidate, Error* error);
     void accept(const Candidate& candidate);
     void proxyFailed(const QDBusError& error, const QString& service);
@@ -87,6 +95,7 @@ private:
     quint64 m_options;
     QString m_protocol;
     mutable QMutex m_connectionLock;
+    std::atomic<bool> m_connecting{false}; // set under the lock while candidates are tried
     std::shared_ptr<RemoteProxy> m_barrierProxy;
 
     // The barrier: 0 idle, 2 waiting for an answer, 1 answered.

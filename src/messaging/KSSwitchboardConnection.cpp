@@ -154,11 +154,12 @@ void KSSwitchboardConnection::addObserverWhenName(const QString& observer,
                         }
                     });
     };
+    // Notices arrive on the messaging thread, which must not wait for a reconnection.
     addObserver(base + QStringLiteral(".didPublish"), SwitchboardNames::kEndpointPublished,
                 SwitchboardNames::kSource,
                 [namesMatch, askForEndpoint](const QString&, const QVariantMap& info) {
                     if (namesMatch(info)) {
-                        askForEndpoint();
+                        QThreadPool::globalInstance()->start(askForEndpoint);
                     }
                 });
     askForEndpoint();
