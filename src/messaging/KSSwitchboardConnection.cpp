@@ -75,6 +75,17 @@ void KSSwitchboardConnection::setupProxy(const std::shared_ptr<RemoteProxy>& pro
     m_subscriber->reregisterObserversWithSwitchboard(*proxy);
 }
 
+// The subscriber is one object on the process's connection, reachable by every hub: a dropped
+// hub must stop forwarding to it, or its observers would hear every notice twice once another
+// hub has them too. Sent one way, so it never waits under the lock, and ahead of whatever this
+// process says to the hub that next owns the same name.
+void KSSwitchboardConnection::disconnectInternal(const Candidate& dropped)
+{
+    dropped->remoteObjectProxy({})->send(privateInterface(), QStringLiteral("removeAllObservers"),
+                                         {});
+    KSMachServiceConnection::disconnectInternal(dropped);
+}
+
 void KSSwitchboardConnection::sendPrivate(const QString& member, const QVariantList& arguments)
 {
     if (const auto proxy = serviceProxy()) {

@@ -41,6 +41,7 @@ public:
 protected:
     std::vector<Candidate> makeConnections() override;
     void setupProxy(const std::shared_ptr<RemoteProxy>& proxy) override;
+    void disconnectInternal(const Candidate& dropped) override;
 
 private:
     void sendPrivate(const QString& member, const QVariantList& arguments);
