@@ -35,9 +35,13 @@ void MessageSync::waitForMessageReply()
 
 bool MessageSync::waitForMessageReplyBeforeInterval(double seconds)
 {
-    const auto milliseconds =
-        std::isfinite(seconds) ? static_cast<qint64>(std::max(0.0, seconds) * 1000.0) : 0;
-    QDeadlineTimer deadline(milliseconds);
+    // An infinite interval waits without limit; NaN, like a negative interval, not at all.
+    QDeadlineTimer deadline(0);
+    if (std::isinf(seconds) && seconds > 0) {
+        deadline = QDeadlineTimer(QDeadlineTimer::Forever);
+    } else if (std::isfinite(seconds)) {
+        deadline = QDeadlineTimer(static_cast<qint64>(std::max(0.0, seconds) * 1000.0));
+    }
     QMutexLocker locker(&m_mutex);
     while (m_condition != kReplied) {
         if (!m_changed.wait(&m_mutex, deadline)) {

@@ -1,7 +1,9 @@
 #include "messaging/MessageSync.h"
 
 #include <atomic>
+#include <cmath>
 #include <gtest/gtest.h>
+#include <limits>
 #include <thread>
 
 TEST(MessageSync, WaiterSeesTheReplyStoredBeforeItWasSignalled)
@@ -26,14 +28,17 @@ TEST(MessageSync, ZeroIntervalIsTrueOnlyWhenTheReplyHasArrived)
     EXPECT_TRUE(lock.waitForMessageReplyBeforeInterval(0));
     lock.rearmMessageSync();
     EXPECT_FALSE(lock.waitForMessageReplyBeforeInterval(0));
+    EXPECT_FALSE(lock.waitForMessageReplyBeforeInterval(std::nan("")));
 }
 
-TEST(MessageSync, ABoundedWaitEndsWhenTheReplyComesFromAnotherThread)
+TEST(MessageSync, ABoundedOrInfiniteWaitEndsWhenTheReplyComesFromAnotherThread)
 {
-    MessageSync lock;
-    std::thread replier([&] { lock.messageReplied(); });
-    EXPECT_TRUE(lock.waitForMessageReplyBeforeInterval(600));
-    replier.join();
+    for (const double seconds : {600.0, std::numeric_limits<double>::infinity()}) {
+        MessageSync lock;
+        std::thread replier([&] { lock.messageReplied(); });
+        EXPECT_TRUE(lock.waitForMessageReplyBeforeInterval(seconds)) << seconds;
+        replier.join();
+    }
 }
 
 TEST(MessageSync, TransitionsRespectTheCurrentCondition)
