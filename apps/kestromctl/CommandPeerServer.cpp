@@ -1,6 +1,8 @@
 #include "CommandPeerServer.h"
 
 #include "CommandPeerAdaptor.h"
+#include "KSComponentInstallingAdaptor.h"
+#include "KSComponentServingAdaptor.h"
 #include "RepositoryCommandMessagingAdaptor.h"
 
 #include <QCoreApplication>
@@ -11,6 +13,8 @@ CommandPeerServer::CommandPeerServer(QString name, QString identifier, CommandPe
     , m_state(state)
 {
     new CommandPeerAdaptor(this);
+    new KSComponentServingAdaptor(this);
+    new KSComponentInstallingAdaptor(this);
     new RepositoryCommandMessagingAdaptor(this);
 }
 

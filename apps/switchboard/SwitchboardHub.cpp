@@ -1,6 +1,7 @@
 #include "SwitchboardHub.h"
 
 #include "KSComponentInstallingAdaptor.h"
+#include "KSComponentServingAdaptor.h"
 #include "StromSwitchboardingAdaptor.h"
 #include "StromSwitchboarding_privateAdaptor.h"
 #include "logging/Logger.h"
@@ -19,6 +20,7 @@ SwitchboardHub::SwitchboardHub(QObject* parent)
     new StromSwitchboardingAdaptor(this);
     new StromSwitchboarding_privateAdaptor(this);
     new KSComponentInstallingAdaptor(this);
+    new KSComponentServingAdaptor(this);
     m_clients->setConnection(MessagingThread::instance().connection());
     m_clients->setWatchMode(QDBusServiceWatcher::WatchForUnregistration);
     connect(m_clients, &QDBusServiceWatcher::serviceUnregistered, this,
