@@ -39,7 +39,7 @@ void PlatformConnection::setInvalidationHandler(std::function<void()> handler)
 
 void PlatformConnection::resume()
 {
-    if (m_resumed.exchange(true) || !m_valid.load()) {
+    if (m_resumed.exchange(true) || !m_valid->load()) {
         return;
     }
     const std::weak_ptr<PlatformConnection> weak = weak_from_this();
@@ -75,7 +75,7 @@ void PlatformConnection::resume()
 
 void PlatformConnection::invalidate()
 {
-    if (!m_valid.exchange(false)) {
+    if (!m_valid->exchange(false)) {
         return;
     }
     QDBusServiceWatcher* watcher = nullptr;
@@ -96,7 +96,7 @@ void PlatformConnection::lost()
         QMutexLocker locker(&m_mutex);
         handler = m_invalidationHandler;
     }
-    if (m_valid.load() && handler) {
+    if (m_valid->load() && handler) {
         handler();
     }
 }
@@ -104,5 +104,6 @@ void PlatformConnection::lost()
 std::shared_ptr<RemoteProxy>
 PlatformConnection::remoteObjectProxy(RemoteProxy::ErrorHandler errorHandler) const
 {
-    return std::make_shared<RemoteProxy>(bus(), m_service, m_path, std::move(errorHandler));
+    return std::make_shared<RemoteProxy>(bus(), m_service, m_path, std::move(errorHandler),
+                                         m_valid);
 }

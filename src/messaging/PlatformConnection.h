@@ -12,7 +12,8 @@ class QDBusServiceWatcher;
 
 // One conversation with one object of one peer: a bus name (well-known or unique) and an
 // object path. Resuming starts watching the name's owner; when it goes away or changes, the
-// invalidation handler runs (on the messaging thread). Invalidating stops the watch.
+// invalidation handler runs (on the messaging thread). Invalidating stops the watch, and its
+// proxies refuse every later message.
 class PlatformConnection : public std::enable_shared_from_this<PlatformConnection>
 {
 public:
@@ -31,7 +32,7 @@ public:
     void setInvalidationHandler(std::function<void()> handler);
     void resume();
     void invalidate();
-    bool isValid() const { return m_valid.load(); }
+    bool isValid() const { return m_valid->load(); }
 
     std::shared_ptr<RemoteProxy> remoteObjectProxy(RemoteProxy::ErrorHandler errorHandler) const;
 
@@ -41,7 +42,8 @@ private:
     QString m_service;
     QString m_path;
     quint64 m_options;
-    std::atomic<bool> m_valid{true};
+    // Shared with the proxies made here, which refuse to send once it is false.
+    std::shared_ptr<std::atomic<bool>> m_valid = std::make_shared<std::atomic<bool>>(true);
     std::atomic<bool> m_resumed{false};
     mutable QMutex m_mutex;
     std::function<void()> m_invalidationHandler;

@@ -52,12 +52,27 @@ void reportLater(const RemoteProxy::ErrorHandler& onError, const QDBusError& err
 } // namespace
 
 RemoteProxy::RemoteProxy(QDBusConnection connection, QString service, QString path,
-                         ErrorHandler errorHandler)
+                         ErrorHandler errorHandler, std::shared_ptr<const std::atomic<bool>> valid)
     : m_connection(std::move(connection))
     , m_service(std::move(service))
     , m_path(std::move(path))
     , m_errorHandler(std::move(errorHandler))
+    , m_valid(std::move(valid))
 {}
+
+bool RemoteProxy::refused() const
+{
+    if (!m_valid || m_valid->load()) {
+        return false;
+    }
+    if (m_errorHandler) {
+        reportLater(
+            m_errorHandler,
+            QDBusError(QDBusError::Disconnected,
+                       QStringLiteral("the connection to %1 was invalidated").arg(m_service)));
+    }
+    return true;
+}
 
 QDBusMessage RemoteProxy::message(const QString& interface, const QString& member,
                                   const QVariantList& arguments) const
@@ -70,6 +85,9 @@ QDBusMessage RemoteProxy::message(const QString& interface, const QString& membe
 void RemoteProxy::send(const QString& interface, const QString& member,
                        const QVariantList& arguments) const
 {
+    if (refused()) {
+        return;
+    }
     // A method call handed to send() goes out with no reply expected.
     if (!m_connection.send(message(interface, member, arguments)) && m_errorHandler) {
         reportLater(m_errorHandler, notSent(m_connection));
@@ -79,6 +97,9 @@ void RemoteProxy::send(const QString& interface, const QString& member,
 void RemoteProxy::call(const QString& interface, const QString& member,
                        const QVariantList& arguments, ReplyHandler onReply, int timeoutMs) const
 {
+    if (refused()) {
+        return;
+    }
     callAsync(m_connection, message(interface, member, arguments), std::move(onReply),
               m_errorHandler, timeoutMs);
 }

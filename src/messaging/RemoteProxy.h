@@ -5,7 +5,9 @@
 #include <QDBusMessage>
 #include <QString>
 #include <QVariantList>
+#include <atomic>
 #include <functional>
+#include <memory>
 
 // The sending side of one platform connection: messages to one object of one peer. Replies and
 // errors arrive on the messaging thread. An error of any message sent through the proxy goes to
@@ -16,8 +18,11 @@ public:
     using ErrorHandler = std::function<void(const QDBusError& error)>;
     using ReplyHandler = std::function<void(const QDBusMessage& reply)>;
 
+    // With a validity flag, the proxy refuses to send once it is false: the message is not
+    // sent and its error handler hears of it.
     RemoteProxy(QDBusConnection connection, QString service, QString path,
-                ErrorHandler errorHandler);
+                ErrorHandler errorHandler,
+                std::shared_ptr<const std::atomic<bool>> valid = nullptr);
 
     const QString& service() const { return m_service; }
     const QString& path() const { return m_path; }
@@ -35,9 +40,11 @@ public:
 private:
     QDBusMessage message(const QString& interface, const QString& member,
                          const QVariantList& arguments) const;
+    bool refused() const;
 
     QDBusConnection m_connection;
     QString m_service;
     QString m_path;
     ErrorHandler m_errorHandler;
+    std::shared_ptr<const std::atomic<bool>> m_valid;
 };
