@@ -25,9 +25,15 @@ uint SwitchboardNames::processUserID()
     if (effective != 0) {
         return effective;
     }
-    bool ok = false;
-    const uint requester = qEnvironmentVariable("SUDO_UID").toUInt(&ok);
-    return ok ? requester : 0;
+    // The user who asked for the privileges: through sudo, or through polkit's pkexec.
+    for (const char* variable : {"SUDO_UID", "PKEXEC_UID"}) {
+        bool ok = false;
+        const uint requester = qEnvironmentVariable(variable).toUInt(&ok);
+        if (ok) {
+            return requester;
+        }
+    }
+    return 0;
 }
 
 QString SwitchboardNames::busName(const QString& serviceName)

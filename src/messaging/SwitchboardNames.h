@@ -20,7 +20,8 @@ public:
     // "com.kestrom.switchboard.started": the distributed notice of a hub's start.
     static QString startedNotificationName();
     // The user the process works for: its effective user, or for the super-user the user who
-    // asked for it (SUDO_UID), so a privileged helper still reaches that user's hub.
+    // asked for it (SUDO_UID, else PKEXEC_UID), so a privileged helper still reaches that
+    // user's hub; 0 when neither says.
     static uint processUserID();
     // A dotted service name as a bus name: each element that starts with a digit gets "_".
     static QString busName(const QString& serviceName);
