@@ -61,10 +61,32 @@ public:
         return m_byName.value(*name);
     }
 
+    void setSuperclass(const QString& name, const QString& superclass)
+    {
+        QWriteLocker locker(&m_lock);
+        m_superclass.insert(name, superclass);
+    }
+
+    // Allowing a class allows its registered subclasses, as a reference typed by its base may
+    // arrive as any of its kinds.
+    bool isAllowed(const QString& name, const QSet<QString>& allowed) const
+    {
+        QReadLocker locker(&m_lock);
+        QString current = name;
+        for (int level = 0; level <= m_superclass.size() && !current.isEmpty(); ++level) {
+            if (allowed.contains(current)) {
+                return true;
+            }
+            current = m_superclass.value(current);
+        }
+        return false;
+    }
+
 private:
     mutable QReadWriteLock m_lock;
     QHash<QString, ClassEntry> m_byName;
     QHash<int, QString> m_nameByType;
+    QHash<QString, QString> m_superclass;
 };
 
 [[noreturn]] void raiseCorrupt(const QString& reason)
@@ -164,7 +186,7 @@ QCborValue encodeValue(const QVariant& value, int depth)
 
 void checkAllowed(const QString& className, const QSet<QString>& allowed, bool secure)
 {
-    if (secure && !allowed.contains(className)) {
+    if (secure && !Registry::instance().isAllowed(className, allowed)) {
         KSException::exceptionWithName(
             QStringLiteral("Archive"),
             QStringLiteral("class %1 is not allowed here").arg(className))
@@ -228,6 +250,11 @@ void KeyedArchive::registerClass(const QString& name, QMetaType type, Encoder en
                                  Decoder decode)
 {
     Registry::instance().add({name, type, std::move(encode), std::move(decode)});
+}
+
+void KeyedArchive::setSuperclass(const QString& name, const QString& superclass)
+{
+    Registry::instance().setSuperclass(name, superclass);
 }
 
 QSet<QString> KeyedArchive::propertyListClasses()

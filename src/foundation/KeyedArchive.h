@@ -41,6 +41,9 @@ public:
         registerClass(name, QMetaType::fromType<T>(), std::move(encode), std::move(decode));
     }
 
+    // Where `superclass` is allowed, `name` is allowed too.
+    static void setSuperclass(const QString& name, const QString& superclass);
+
     static QSet<QString> propertyListClasses();
     // The archive name of the value's class (a property-list kind or a registered class), or
     // an empty string when the value cannot be archived.

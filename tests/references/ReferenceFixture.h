@@ -1,0 +1,65 @@
+#pragma once
+
+#include "FakeVolumeCatalog.h"
+#include "references/RepositoryAliasReference.h"
+#include "references/VolumeSearch.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QTemporaryDir>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+// Real folders in a temporary folder; its "Disk" subfolder is mounted, as the fake mount table
+// says, as the volume "VOL-1" (the device is the real one, so inodes can be searched).
+class ReferenceFixture : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(m_dir.isValid());
+        m_root = QFileInfo(m_dir.path()).canonicalFilePath();
+        struct stat status = {};
+        ASSERT_EQ(::stat(QFile::encodeName(m_root).constData(), &status), 0);
+        m_device = quint64(status.st_dev);
+        VolumeCatalog::setShared(m_catalog);
+        mount(QStringLiteral("Disk"), QStringLiteral("VOL-1"));
+    }
+
+    void TearDown() override
+    {
+        VolumeCatalog::setShared(nullptr);
+        VolumeSearch::setDefaultLimits({});
+        RepositoryAliasReference::setAliasRecordConverter({});
+    }
+
+    // The fake table holds one volume, at that folder below the temporary folder.
+    void mount(const QString& relative, const QString& uuid)
+    {
+        const QString point = at(relative);
+        QDir().mkpath(point);
+        m_catalog->setMounts(
+            {{point, m_device, QStringLiteral("/dev/fake"), QStringLiteral("ext4")}},
+            {{point, uuid}});
+    }
+
+    QString at(const QString& relative) const { return m_root + QLatin1Char('/') + relative; }
+
+    QString makeFolder(const QString& relative) const
+    {
+        EXPECT_TRUE(QDir().mkpath(at(relative)));
+        return at(relative);
+    }
+
+    bool move(const QString& from, const QString& to) const
+    {
+        QDir().mkpath(QFileInfo(at(to)).path());
+        return QDir().rename(at(from), at(to));
+    }
+
+    QTemporaryDir m_dir;
+    QString m_root;
+    quint64 m_device = 0;
+    std::shared_ptr<FakeVolumeCatalog> m_catalog = std::make_shared<FakeVolumeCatalog>();
+};
