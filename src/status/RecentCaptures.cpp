@@ -1,0 +1,317 @@
+#include "status/RecentCaptures.h"
+
+#include "foundation/KeyedArchive.h"
+#include "logging/Logger.h"
+#include "messaging/ClientIdentifier.h"
+#include "preferences/PreferenceStore.h"
+#include "references/BookmarkPath.h"
+#include "references/RepositoryReference.h"
+#include "references/ResourceValues.h"
+#include "references/VolumeCatalog.h"
+#include "status/RepositoryStatus.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+#include <algorithm>
+#include <unordered_map>
+
+namespace {
+
+const QString kName = QStringLiteral("name");
+const QString kAlias = QStringLiteral("alias");
+const QString kDisplay = QStringLiteral("display");
+const QString kRepository = QStringLiteral("repository");
+const QString kOutline = QStringLiteral("outline");
+const QString kModified = QStringLiteral("modified");
+const char* const kRebuildOperation = "-[MonitorApplicationDelegate(MonitorDelegateCaptureHistory) "
+                                      "updateRecentCaptureHistoryReevaluating:]";
+
+// An identifier this short names a client or a whole volume; its hash mixes in the client,
+// which a wildcard item does not share, so such entries are compared one by one.
+constexpr quint64 kShallowLength = 2;
+
+} // namespace
+
+// The outline of one archive, hashed so that asking about an item costs one lookup per level
+// of the item's path rather than a walk of every entry.
+class RecentCaptures::Outline
+{
+public:
+    explicit Outline(const QVariantList& entries)
+    {
+        for (const QVariant& entry : entries) {
+            const auto identifier = entry.value<FQIdentifier>();
+            if (!identifier) {
+                continue;
+            }
+            if (identifier->length() <= kShallowLength) {
+                m_shallow.append(identifier);
+            } else {
+                m_deep.emplace(identifier->hash(), identifier);
+            }
+        }
+    }
+
+    // An entry equal to the item or containing it: the item or one of its ancestors is listed.
+    bool holds(const FQIdentifier& item) const
+    {
+        for (FQIdentifier level = item; level; level = level->parent()) {
+            if (level->length() <= kShallowLength) {
+                for (const FQIdentifier& entry : m_shallow) {
+                    if (entry->isEqual(*level)) {
+                        return true;
+                    }
+                }
+                continue;
+            }
+            const auto [first, last] = m_deep.equal_range(level->hash());
+            for (auto it = first; it != last; ++it) {
+                if (it->second->isEqual(*level)) {
+                    return true;
+                }
+            }
+        }
+        return false;
+    }
+
+private:
+    std::unordered_multimap<size_t, FQIdentifier> m_deep;
+    QList<FQIdentifier> m_shallow;
+};
+
+RecentCaptures::RecentCaptures(QString folder, Clock clock)
+    : m_folder(folder.isEmpty() ? defaultFolder() : std::move(folder))
+    , m_clock(clock ? std::move(clock) : [] { return QDateTime::currentDateTimeUtc(); })
+{}
+
+RecentCaptures::~RecentCaptures() = default;
+
+QString RecentCaptures::defaultFolder()
+{
+    return QDir(PreferenceStore::defaultFolder()).filePath(kFolderName);
+}
+
+void RecentCaptures::updateRecentRepositoryCache()
+{
+    try {
+        updateRecentCaptureHistoryReevaluating(false);
+    } catch (const std::exception& exception) {
+        Logger::log(4, exception);
+    }
+}
+
+void RecentCaptures::updateHistoryNotification()
+{
+    updateRecentRepositoryCache();
+}
+
+void RecentCaptures::updateHistoryNotification(const QString& notificationName)
+{
+    if (notificationName == kVolumeDidMount) {
+        try {
+            updateRecentCaptureHistoryReevaluating(true);
+        } catch (const std::exception& exception) {
+            Logger::log(4, exception);
+        }
+    }
+}
+
+QString RecentCaptures::evaluate(const QString& name, const QString& path,
+                                 const QDateTime& modified, Record& record) const
+{
+    QFile file(path);
+    const QByteArray alias = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    const auto bookmark = BookmarkPath::fromBookmarkData(alias);
+    if (!bookmark) {
+        return QStringLiteral("Capture history file %1 holds no bookmark").arg(name);
+    }
+    QString display = bookmark->recordedValue(ResourceValues::kLocalizedNameKey).toString();
+    if (display.isEmpty()) {
+        display = bookmark->displayName();
+    }
+    const QUrl url = bookmark->resolveQuietly();
+    QVariantList outline;
+    if (!url.isEmpty()) {
+        QFile index(QDir(url.toLocalFile()).filePath(kOutlineFileName));
+        if (index.exists()) {
+            bool interpreted = false;
+            if (index.open(QIODevice::ReadOnly)) {
+                try {
+                    const QVariant value = KeyedArchive::unarchiveObjectWithData(index.readAll());
+                    interpreted = value.metaType() == QMetaType::fromType<QVariantList>();
+                    outline = value.toList();
+                } catch (const std::exception&) {
+                    // Reported below in the words the user knows.
+                }
+            }
+            if (!interpreted) {
+                return QStringLiteral("Capture history for archive %1 couldn't be interpreted")
+                    .arg(display);
+            }
+        }
+    } else {
+        const QString volume =
+            bookmark->recordedValue(ResourceValues::kVolumeUUIDStringKey).toString();
+        if (!volume.isEmpty() && !VolumeCatalog::shared()->mountsOfVolume(volume).isEmpty()) {
+            return QStringLiteral("Capture history for archive %1 appears to have been deleted")
+                .arg(display);
+        }
+    }
+    if (modified.secsTo(m_clock()) > kMaximumAge) {
+        return QStringLiteral("Capture history for archive %1 hasn't been updated recently")
+            .arg(display);
+    }
+    record.info = {{kName, name}, {kAlias, alias}, {kDisplay, display}, {kModified, modified}};
+    if (!url.isEmpty()) {
+        record.info.insert(kRepository, url.toLocalFile());
+        record.info.insert(kOutline, outline);
+        record.outline = std::make_shared<const Outline>(outline);
+    }
+    return {};
+}
+
+void RecentCaptures::updateRecentCaptureHistoryReevaluating(bool reevaluate)
+{
+    QMutexLocker locker(&m_recentLock);
+    QHash<QString, Record> rebuilt;
+    const QDir folder(m_folder);
+    const QFileInfoList entries = folder.exists()
+                                      ? folder.entryInfoList(QDir::Files | QDir::Hidden, QDir::Name)
+                                      : QFileInfoList();
+    for (const QFileInfo& entry : entries) {
+        const QString name = entry.fileName();
+        const QDateTime modified = entry.lastModified().toUTC();
+        const auto cached = m_recentAliasInfo.constFind(name);
+        if (!reevaluate && cached != m_recentAliasInfo.cend() &&
+            cached->info.contains(kRepository) &&
+            cached->info.value(kModified).toDateTime() == modified) {
+            rebuilt.insert(name, *cached);
+            continue;
+        }
+        Record record;
+        const QString stale = evaluate(name, entry.filePath(), modified, record);
+        if (stale.isEmpty()) {
+            rebuilt.insert(name, std::move(record));
+            continue;
+        }
+        Logger::log(6, stale);
+        if (QFile::remove(entry.filePath())) {
+            Logger::logFormat(9, "%s deleted %s", kRebuildOperation,
+                              QFile::encodeName(entry.filePath()).constData());
+        }
+    }
+    for (auto it = m_recentAliasInfo.cbegin(); it != m_recentAliasInfo.cend(); ++it) {
+        if (!rebuilt.contains(it.key())) {
+            Logger::log(9, QStringLiteral("removing recent alias '%1'").arg(it.key()));
+        }
+    }
+    QList<Record> byDate = rebuilt.values();
+    std::stable_sort(byDate.begin(), byDate.end(), [](const Record& left, const Record& right) {
+        return left.info.value(kModified).toDateTime() > right.info.value(kModified).toDateTime();
+    });
+    m_recentAliasInfo = std::move(rebuilt);
+    m_recentByDate = std::move(byDate);
+}
+
+QVariantMap RecentCaptures::resultRecord(const QVariantMap& info)
+{
+    const QString path = info.value(kRepository).toString();
+    QByteArray cpath = QFile::encodeName(path);
+    cpath.append('\0');
+    return {{QStringLiteral("path"), path},
+            {QStringLiteral("cpath"), cpath},
+            {QStringLiteral("name"), info.value(kDisplay)}};
+}
+
+QVariantList RecentCaptures::recentlyCapturedRepositories() const
+{
+    QVariantList results;
+    QMutexLocker locker(&m_recentLock);
+    try {
+        for (const Record& record : m_recentByDate) {
+            if (record.info.contains(kRepository)) {
+                results.append(resultRecord(record.info));
+            }
+        }
+    } catch (const std::exception& exception) {
+        Logger::log(4, exception);
+    }
+    return results;
+}
+
+QVariantList RecentCaptures::findRepositoriesForItems(const QStringList& itemPaths) const
+{
+    // Outlines name their owner; a question about items may come from any of them.
+    const ClientIdentifier anyClient(QStringLiteral("*"), ClientIdentifier::kWildcardNumber);
+    QMutexLocker locker(&m_recentLock);
+    std::vector<bool> matched(size_t(m_recentByDate.size()), false);
+    qsizetype unmatched = 0;
+    for (const Record& record : m_recentByDate) {
+        unmatched += record.outline ? 1 : 0;
+    }
+    for (const QString& path : itemPaths) {
+        if (unmatched == 0) {
+            break;
+        }
+        const FQIdentifier item =
+            FullyQualifiedIdentifier::fullyQualifiedIdentifierWithPath(path, anyClient);
+        if (!item) {
+            continue;
+        }
+        for (qsizetype i = 0; i < m_recentByDate.size(); ++i) {
+            const auto& outline = m_recentByDate[i].outline;
+            if (!matched[size_t(i)] && outline && outline->holds(item)) {
+                matched[size_t(i)] = true;
+                --unmatched;
+            }
+        }
+    }
+    QVariantList results;
+    for (qsizetype i = 0; i < m_recentByDate.size(); ++i) {
+        if (matched[size_t(i)]) {
+            results.append(resultRecord(m_recentByDate[i].info));
+        }
+    }
+    return results;
+}
+
+QString RecentCaptures::writeOutline(const QString& repositoryPath,
+                                     const QList<FQIdentifier>& items)
+{
+    QVariantList entries;
+    entries.reserve(items.size());
+    for (const FQIdentifier& item : items) {
+        entries.append(QVariant::fromValue(item));
+    }
+    QSaveFile file(QDir(repositoryPath).filePath(kOutlineFileName));
+    const QByteArray data = KeyedArchive::archivedData(entries);
+    if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size() || !file.commit()) {
+        return file.errorString();
+    }
+    return {};
+}
+
+QString RecentCaptures::recordCapture(const QString& repositoryPath, const QString& folder)
+{
+    const auto bookmark = BookmarkPath::fromUrl(
+        QUrl::fromLocalFile(repositoryPath), RepositoryReference::essentialBookmarkPropertyKeys());
+    if (!bookmark) {
+        return QStringLiteral("no bookmark can be made of %1").arg(repositoryPath);
+    }
+    const QString target = folder.isEmpty() ? defaultFolder() : folder;
+    QString name = RepositoryStatus::storedUUIDForRepositoryURL(repositoryPath);
+    if (name.isEmpty()) {
+        name = QFileInfo(repositoryPath).fileName();
+    }
+    if (!QDir().mkpath(target)) {
+        return QStringLiteral("cannot create %1").arg(target);
+    }
+    QSaveFile file(QDir(target).filePath(name));
+    const QByteArray data = bookmark->bookmarkData();
+    if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size() || !file.commit()) {
+        return file.errorString();
+    }
+    return {};
+}

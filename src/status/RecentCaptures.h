@@ -1,0 +1,78 @@
+#pragma once
+
+#include "messaging/FullyQualifiedIdentifier.h"
+#include "tracking/CaptureHistory.h"
+
+#include <QDateTime>
+#include <QHash>
+#include <QList>
+#include <QMutex>
+#include <QString>
+#include <QStringList>
+#include <QVariantList>
+#include <QVariantMap>
+#include <functional>
+#include <memory>
+
+// The archives captured recently, from the bookmark files that captures leave in the user's
+// "Recent Captures" folder, each with the outline of the items it holds ("outline.index" in the
+// archive). It answers which archives were captured lately, newest first, and which of them
+// hold given items, and it deletes history files that have gone stale. Rebuilt on the main
+// thread; queries come from any thread.
+class RecentCaptures final : public CaptureHistory
+{
+public:
+    using Clock = std::function<QDateTime()>;
+
+    static inline const QString kFolderName = QStringLiteral("Recent Captures");
+    static inline const QString kOutlineFileName = QStringLiteral("outline.index");
+    static inline const QString kVolumeDidMount = QStringLiteral("DiskEventVolumeDidMount");
+    // 32 days: a history file untouched for longer is dropped.
+    static constexpr qint64 kMaximumAge = 2764800;
+
+    // An empty folder means $XDG_CONFIG_HOME/Kestrom/Recent Captures, looked up now; an empty
+    // clock the system's.
+    explicit RecentCaptures(QString folder = {}, Clock clock = {});
+    ~RecentCaptures() override;
+
+    static QString defaultFolder();
+
+    // Rebuilds without re-evaluation; failures are logged, never raised.
+    void updateRecentRepositoryCache();
+    void updateRecentCaptureHistoryReevaluating(bool reevaluate);
+    void updateHistoryNotification() override;
+    // A workspace notice: only a mounted volume rebuilds, and then every archive is looked at
+    // again, as one that was offline may be back.
+    void updateHistoryNotification(const QString& notificationName);
+
+    // {"path", "cpath", "name"} of every reachable archive, newest capture first.
+    QVariantList recentlyCapturedRepositories() const;
+    // The same records for the archives whose outline holds any of the items (or a folder
+    // above one), in the same order.
+    QVariantList findRepositoriesForItems(const QStringList& itemPaths) const;
+
+    // What a capture leaves behind, for tools that stand in for one: the archive's outline and
+    // a history file named after the archive's status UUID (its folder name when it has none).
+    // An empty text on success, else why it failed.
+    static QString writeOutline(const QString& repositoryPath, const QList<FQIdentifier>& items);
+    static QString recordCapture(const QString& repositoryPath, const QString& folder = {});
+
+private:
+    class Outline;
+    struct Record
+    {
+        QVariantMap info;
+        std::shared_ptr<const Outline> outline;
+    };
+
+    // Why the history file must go, or nothing to keep it; fills the record when kept.
+    QString evaluate(const QString& name, const QString& path, const QDateTime& modified,
+                     Record& record) const;
+    static QVariantMap resultRecord(const QVariantMap& info);
+
+    const QString m_folder;
+    Clock m_clock;
+    mutable QMutex m_recentLock;
+    QHash<QString, Record> m_recentAliasInfo;
+    QList<Record> m_recentByDate;
+};

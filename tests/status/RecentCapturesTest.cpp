@@ -1,0 +1,176 @@
+#include "status/RecentCaptures.h"
+
+#include "../references/FakeVolumeCatalog.h"
+#include "StatusFixture.h"
+#include "messaging/ClientIdentifier.h"
+
+#include <sys/stat.h>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// Archives in the "Disk" folder, which the fake volume table mounts as the volume "VOL-1".
+class RecentCapturesTest : public StatusFixture
+{
+protected:
+    void SetUp() override
+    {
+        StatusFixture::SetUp();
+        struct stat status = {};
+        ASSERT_EQ(::stat(QFile::encodeName(m_root).constData(), &status), 0);
+        m_device = quint64(status.st_dev);
+        VolumeCatalog::setShared(m_catalog);
+        setMounted(true);
+        m_history = std::make_unique<RecentCaptures>(QString(), [this] { return m_now; });
+    }
+
+    void TearDown() override
+    {
+        VolumeCatalog::setShared(nullptr);
+        StatusFixture::TearDown();
+    }
+
+    void setMounted(bool mounted)
+    {
+        const QString disk = at(u"Disk"_s);
+        QDir().mkpath(disk);
+        m_catalog->setMounts(
+            mounted ? QList<VolumeCatalog::Mount>{{disk, m_device, u"/dev/fake"_s, u"ext4"_s}}
+                    : QList<VolumeCatalog::Mount>{},
+            {{disk, u"VOL-1"_s}});
+    }
+
+    // An archive captured `age` seconds ago whose outline holds those paths below "Disk".
+    QString captured(const QString& name, qint64 age, const QStringList& outline = {})
+    {
+        const QString path = makeArchive(u"Disk/"_s + name, {{u"repositoryUUID"_s, name}});
+        if (!outline.isEmpty()) {
+            const ClientIdentifier owner(u"Me"_s, 5);
+            QList<FQIdentifier> items;
+            for (const QString& item : outline) {
+                items.append(FullyQualifiedIdentifier::fullyQualifiedIdentifierWithPath(
+                    at(u"Disk/"_s + item), owner));
+            }
+            EXPECT_EQ(RecentCaptures::writeOutline(path, items), QString());
+        }
+        EXPECT_EQ(RecentCaptures::recordCapture(path), QString());
+        QFile history(historyFile(name));
+        EXPECT_TRUE(history.open(QIODevice::ReadWrite));
+        EXPECT_TRUE(history.setFileTime(m_now.addSecs(-age), QFileDevice::FileModificationTime));
+        return path;
+    }
+
+    static QString historyFile(const QString& name)
+    {
+        return RecentCaptures::defaultFolder() + u"/"_s + name;
+    }
+
+    QStringList recentNames() const
+    {
+        QStringList names;
+        for (const QVariant& record : m_history->recentlyCapturedRepositories()) {
+            names.append(record.toMap()[u"name"_s].toString());
+        }
+        return names;
+    }
+
+    QStringList namesFor(const QStringList& items) const
+    {
+        QStringList paths;
+        for (const QString& item : items) {
+            paths.append(at(u"Disk/"_s + item));
+        }
+        QStringList names;
+        for (const QVariant& record : m_history->findRepositoriesForItems(paths)) {
+            names.append(record.toMap()[u"name"_s].toString());
+        }
+        return names;
+    }
+
+    quint64 m_device = 0;
+    std::shared_ptr<FakeVolumeCatalog> m_catalog = std::make_shared<FakeVolumeCatalog>();
+    std::unique_ptr<RecentCaptures> m_history;
+};
+
+TEST_F(RecentCapturesTest, RebuildKeepsFreshHistoriesAndDeletesStaleOnes)
+{
+    const QString newest = captured(u"Newest"_s, 60);
+    captured(u"Oldest kept"_s, RecentCaptures::kMaximumAge);
+    captured(u"Too old"_s, RecentCaptures::kMaximumAge + 1);
+    const QString deleted = captured(u"Deleted"_s, 120);
+    ASSERT_TRUE(QDir(deleted).removeRecursively());
+    const QString garbled = captured(u"Garbled"_s, 180);
+    writeFile(garbled + u"/outline.index"_s, "\xa1\x01");
+    writeFile(historyFile(u"Nothing"_s), "not a bookmark");
+
+    m_history->updateRecentRepositoryCache();
+    EXPECT_EQ(recentNames(), (QStringList{u"Newest"_s, u"Oldest kept"_s}));
+    const QVariantMap first = m_history->recentlyCapturedRepositories().value(0).toMap();
+    EXPECT_EQ(first[u"path"_s], newest);
+    EXPECT_EQ(first[u"cpath"_s], QFile::encodeName(newest) + QByteArray(1, '\0'));
+
+    struct Gone
+    {
+        QString name;
+        QString logged;
+    };
+    for (const Gone& gone :
+         {Gone{u"Too old"_s, u"Capture history for archive Too old hasn't been updated recently"_s},
+          Gone{u"Deleted"_s, u"Capture history for archive Deleted appears to have been deleted"_s},
+          Gone{u"Garbled"_s, u"Capture history for archive Garbled couldn't be interpreted"_s},
+          Gone{u"Nothing"_s, u"Capture history file Nothing holds no bookmark"_s}}) {
+        EXPECT_FALSE(QFile::exists(historyFile(gone.name))) << gone.name.toStdString();
+        const auto lines = m_log->linesContaining(gone.logged);
+        ASSERT_EQ(lines.size(), 1) << gone.logged.toStdString();
+        EXPECT_EQ(lines[0].classification, 6);
+        EXPECT_EQ(m_log->linesContaining(u"deleted "_s + historyFile(gone.name)).size(), 1);
+    }
+
+    // A history that disappears is dropped from the cache with a note.
+    ASSERT_TRUE(QFile::remove(historyFile(u"Newest"_s)));
+    m_history->updateRecentRepositoryCache();
+    EXPECT_EQ(recentNames(), QStringList{u"Oldest kept"_s});
+    EXPECT_EQ(m_log->linesContaining(u"removing recent alias 'Newest'"_s).size(), 1);
+}
+
+TEST_F(RecentCapturesTest, AnArchiveOnAnUnmountedVolumeIsKeptUntilItComesBack)
+{
+    captured(u"Travel"_s, 60, {u"Photos"_s});
+    setMounted(false);
+    m_history->updateRecentRepositoryCache();
+    EXPECT_TRUE(QFile::exists(historyFile(u"Travel"_s)));
+    EXPECT_TRUE(recentNames().isEmpty());
+
+    setMounted(true);
+    m_history->updateHistoryNotification(u"DiskEventVolumeWasUnmounted"_s);
+    EXPECT_TRUE(recentNames().isEmpty());
+    m_history->updateHistoryNotification(u"DiskEventVolumeDidMount"_s);
+    EXPECT_EQ(recentNames(), QStringList{u"Travel"_s});
+    EXPECT_EQ(namesFor({u"Photos/beach.jpg"_s}), QStringList{u"Travel"_s});
+}
+
+TEST_F(RecentCapturesTest, ItemsFindTheArchivesThatHoldThem)
+{
+    captured(u"Older"_s, 600, {u"Shared/a.txt"_s, u"Docs"_s});
+    captured(u"Newer"_s, 60, {u"Shared"_s, u"Music/song.mp3"_s});
+    m_history->updateRecentRepositoryCache();
+    struct Row
+    {
+        QStringList items;
+        QStringList archives;
+    };
+    const std::vector<Row> rows{
+        {{u"Docs/letter.txt"_s}, {u"Older"_s}},
+        {{u"Music/song.mp3"_s}, {u"Newer"_s}},
+        {{u"Music/other.mp3"_s}, {}},
+        {{u"Shared/a.txt"_s}, {u"Newer"_s, u"Older"_s}},
+        {{u"Docs"_s, u"Music/song.mp3"_s}, {u"Newer"_s, u"Older"_s}},
+        {{u"Elsewhere"_s}, {}},
+    };
+    for (const Row& row : rows) {
+        EXPECT_EQ(namesFor(row.items), row.archives) << row.items.join(u',').toStdString();
+    }
+}
+
+} // namespace

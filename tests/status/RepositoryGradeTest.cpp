@@ -1,0 +1,186 @@
+#include "status/RepositoryGrade.h"
+
+#include "StatusFixture.h"
+#include "status/StatusIndicators.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr double kSixHours = 21600;
+
+class RepositoryGradeTest : public StatusFixture
+{
+protected:
+    RepositoryGrade grade(const QVariantMap& values)
+    {
+        const auto status = RepositoryStatus::statusForRepository(makeArchive(u"A"_s, values));
+        EXPECT_TRUE(status);
+        return RepositoryGrade::gradeStatus(*status, *m_defaults, m_ignores.get());
+    }
+};
+
+// Capture indicators on a 6-hour interval: warning after 3 intervals, critical after 7.
+TEST_F(RepositoryGradeTest, CaptureIndicatorLightsAndTitles)
+{
+    struct Row
+    {
+        QString label;
+        QDateTime last;
+        bool loggedIssues;
+        bool ignore;
+        StatusIndicators expected;
+    };
+    const std::vector<Row> rows{
+        {u"never captured"_s, {}, false, false, {false, false, true, u"Captured never"_s}},
+        {u"an hour ago"_s,
+         m_now.addSecs(-3600),
+         false,
+         false,
+         {true, false, false, u"Captured today"_s}},
+        {u"just under 3 intervals"_s,
+         m_now.addSecs(-3 * 21600 + 1),
+         false,
+         false,
+         {true, false, false, u"Captured yesterday"_s}},
+        {u"exactly 3 intervals"_s,
+         m_now.addSecs(-3 * 21600),
+         false,
+         false,
+         {false, true, false, u"Captured yesterday"_s}},
+        {u"exactly 7 intervals"_s,
+         m_now.addSecs(-7 * 21600),
+         false,
+         false,
+         {false, false, true, u"Captured 2 days ago"_s}},
+        {u"noon 13 days back"_s,
+         noonDaysAgo(13),
+         false,
+         false,
+         {false, false, true, u"Captured 13 days ago"_s}},
+        {u"noon 14 days back"_s,
+         noonDaysAgo(14),
+         false,
+         false,
+         {false, false, true, u"Captured 14 days ago"_s}},
+        {u"noon 15 days back"_s,
+         noonDaysAgo(15),
+         false,
+         false,
+         {false, false, true, u"Captured 3 weeks ago"_s}},
+        {u"recent with logged issues"_s,
+         m_now.addSecs(-60),
+         true,
+         false,
+         {true, true, false, u"Capture logged issues"_s}},
+        {u"ignored"_s, {}, true, true, {false, false, false, u"Capture warnings silenced"_s}},
+    };
+    for (const Row& row : rows) {
+        const StatusIndicators indicator =
+            StatusIndicators::indicatorForAction(u"Capture"_s, u"Captured"_s, row.last, kSixHours,
+                                                 MonitorDefaults::kStatusCaptureWarningIntervals,
+                                                 MonitorDefaults::kStatusCaptureTruantIntervals,
+                                                 row.loggedIssues, row.ignore, *m_defaults);
+        EXPECT_EQ(indicator.title, row.expected.title) << row.label.toStdString();
+        EXPECT_EQ(indicator.OKLight, row.expected.OKLight) << row.label.toStdString();
+        EXPECT_EQ(indicator.warningLight, row.expected.warningLight) << row.label.toStdString();
+        EXPECT_EQ(indicator.criticalLight, row.expected.criticalLight) << row.label.toStdString();
+    }
+}
+
+TEST_F(RepositoryGradeTest, IntervalsTakeTheMinimumsAndVerifyFollowsCapture)
+{
+    struct Row
+    {
+        double mean;
+        double captureInterval;
+        double verifyInterval;
+    };
+    // A 1-hour mean grades against 6 hours; a 3-day mean makes the verify interval 3 days
+    // although its own minimum is 1 day.
+    for (const Row& row : {Row{3600, 21600, 86400}, Row{259200, 259200, 259200}}) {
+        const RepositoryGrade graded = grade({{u"meanCaptureInterval"_s, row.mean}});
+        EXPECT_EQ(graded.captureInterval, row.captureInterval) << row.mean;
+        EXPECT_EQ(graded.verifyInterval, row.verifyInterval) << row.mean;
+    }
+    // Captured 4 hours ago: within 3 x 6 h, so OK, though it is 4 means of 1 hour.
+    const RepositoryGrade recent = grade(
+        {{u"meanCaptureInterval"_s, 3600.0}, {u"lastCaptureDate"_s, m_now.addSecs(-4 * 3600)}});
+    EXPECT_TRUE(recent.capture.OKLight);
+    EXPECT_FALSE(recent.capture.warningLight);
+}
+
+TEST_F(RepositoryGradeTest, NeedsRepairOverridesEverythingUnlessIgnored)
+{
+    // The name is the archive's own ("A"), whatever the file last said.
+    const QVariantMap broken{
+        {u"needsRepair"_s, true}, {u"displayName"_s, u"Old"_s}, {u"repositoryUUID"_s, u"U-R"_s}};
+    RepositoryGrade graded = grade(broken);
+    EXPECT_TRUE(graded.needsRepair);
+    EXPECT_EQ(graded.repairText, u"A needs repair"_s);
+    EXPECT_TRUE(graded.isCritical());
+    EXPECT_FALSE(graded.isWarning());
+    EXPECT_TRUE(graded.capture.title.isEmpty());
+
+    m_ignores->setImpermanentValue(true, RepositoryGrade::kIgnoreRepairWarnings, u"U-R"_s);
+    graded = grade(broken);
+    EXPECT_TRUE(graded.needsRepair);
+    EXPECT_FALSE(graded.isCritical());
+
+    // Once repaired, the silence is forgotten.
+    grade({{u"needsRepair"_s, false}, {u"repositoryUUID"_s, u"U-R"_s}});
+    EXPECT_FALSE(m_ignores->impermanentValueForKey(RepositoryGrade::kIgnoreRepairWarnings, u"U-R"_s)
+                     .isValid());
+}
+
+TEST_F(RepositoryGradeTest, OnlyTrueNumbersSilenceWarnings)
+{
+    const QVariantMap stale{{u"repositoryUUID"_s, u"U-1"_s}};
+    struct Row
+    {
+        QVariant value;
+        bool silenced;
+    };
+    for (const Row& row : {Row{true, true}, Row{qint64(1), true}, Row{0.0, false},
+                           Row{false, false}, Row{u"1"_s, false}}) {
+        m_ignores->setImpermanentValue(row.value, RepositoryGrade::kIgnoreCaptureWarnings,
+                                       u"U-1"_s);
+        const RepositoryGrade graded = grade(stale);
+        EXPECT_EQ(graded.capture.title == u"Capture warnings silenced"_s, row.silenced)
+            << row.value.toString().toStdString();
+        EXPECT_EQ(graded.capture.criticalLight, !row.silenced);
+    }
+}
+
+TEST_F(RepositoryGradeTest, SpaceLightsFollowTheUsedFraction)
+{
+    const double free = 1000.0;
+    struct Row
+    {
+        qint64 size;
+        qint64 unused;
+        bool ok, warning, critical;
+    };
+    // used / (free + size), against 0.91 and 0.96; the volume's free space is the stored one
+    // because no volume is found at the archive's recorded path.
+    const std::vector<Row> rows{{9000, 0, true, false, false},
+                                {10200, 0, false, true, false},
+                                {30000, 0, false, false, true},
+                                {30000, 20000, true, false, false}};
+    for (const Row& row : rows) {
+        auto status = RepositoryStatus::statusForRepository(makeArchive(u"S"_s));
+        ASSERT_TRUE(status);
+        status->setProperty(u"/nowhere/S.stromi"_s, RepositoryStatus::kRepositoryPath);
+        status->setProperty(row.size, RepositoryStatus::kRepositorySize);
+        status->setProperty(row.unused, RepositoryStatus::kRepositoryFree);
+        status->setProperty(qint64(free), RepositoryStatus::kVolumeFree);
+        const RepositoryGrade graded =
+            RepositoryGrade::gradeStatus(*status, *m_defaults, m_ignores.get());
+        EXPECT_EQ(graded.space.OKLight, row.ok) << row.size;
+        EXPECT_EQ(graded.space.warningLight, row.warning) << row.size;
+        EXPECT_EQ(graded.space.criticalLight, row.critical) << row.size;
+        EXPECT_EQ(graded.summary.criticalLight, true) << "never captured nor verified";
+    }
+}
+
+} // namespace
