@@ -1,0 +1,33 @@
+#include "activity/NextActionDateFormatter.h"
+
+#include "foundation/HumanReadableString.h"
+
+NextActionDateFormatter::NextActionDateFormatter(Clock clock)
+    : m_clock(clock ? std::move(clock) : Clock(&QDateTime::currentDateTimeUtc))
+{}
+
+QString NextActionDateFormatter::stringForObjectValue(const QVariant& value) const
+{
+    if (value.typeId() == QMetaType::QDateTime) {
+        return stringFromDate(value.toDateTime());
+    }
+    return value.isValid() && value.typeId() != QMetaType::Nullptr ? value.toString() : QString();
+}
+
+bool NextActionDateFormatter::usesLongFormat(const QDateTime& date) const
+{
+    return m_clock().secsTo(date) > kLongFormatAfterSeconds;
+}
+
+QString NextActionDateFormatter::stringFromDate(const QDateTime& date) const
+{
+    if (!date.isValid()) {
+        return {};
+    }
+    if (usesLongFormat(date)) {
+        return HumanReadableString::stringWithReadableDateTime(date.toLocalTime(),
+                                                               HumanReadableString::kMediumStyle,
+                                                               HumanReadableString::kShortStyle);
+    }
+    return HumanReadableString::stringWithReadableShortTime(date.toLocalTime());
+}

@@ -1,0 +1,124 @@
+#include "activity/WTAutoResizingWindowController.h"
+
+#include <QResizeEvent>
+#include <QScreen>
+#include <QScrollArea>
+#include <QTimer>
+#include <QWidget>
+
+namespace {
+QRect screenArea(const QWidget* window)
+{
+    const QScreen* screen = window->screen();
+    return screen != nullptr ? screen->availableGeometry() : QRect(0, 0, 1024, 768);
+}
+} // namespace
+
+WTAutoResizingWindowController::WTAutoResizingWindowController(QObject* parent)
+    : QObject(parent)
+    , m_availableArea(screenArea)
+{}
+
+WTAutoResizingWindowController::~WTAutoResizingWindowController() = default;
+
+void WTAutoResizingWindowController::setAvailableArea(AvailableArea area)
+{
+    m_availableArea = area ? std::move(area) : AvailableArea(screenArea);
+}
+
+void WTAutoResizingWindowController::setWindow(QWidget* window, QScrollArea* scrollView)
+{
+    m_window = window;
+    m_scrollView = scrollView;
+    m_windowSizeSticky = true;
+    window->installEventFilter(this);
+    if (scrollView != nullptr && scrollView->widget() != nullptr) {
+        scrollView->widget()->installEventFilter(this);
+    }
+    QTimer::singleShot(0, this, &WTAutoResizingWindowController::checkSize);
+}
+
+bool WTAutoResizingWindowController::eventFilter(QObject* watched, QEvent* event)
+{
+    if (event->type() == QEvent::Resize) {
+        if (m_scrollView && watched == m_scrollView->widget()) {
+            documentSizeChanged();
+        } else if (watched == m_window && m_shownSettled && event->spontaneous() &&
+                   static_cast<QResizeEvent*>(event)->size() != m_frameSet.size()) {
+            // A resize from the window system that this controller did not ask for is the
+            // user's; the platform may deliver the controller's own one later, so it is told
+            // apart by its size, and the placement right after showing is not the user's.
+            windowDidEndLiveResize();
+        }
+    } else if (watched == m_window && event->type() == QEvent::Show) {
+        QTimer::singleShot(0, this, [this] { m_shownSettled = true; });
+    } else if (watched == m_window && event->type() == QEvent::Hide) {
+        m_shownSettled = false;
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+int WTAutoResizingWindowController::documentHeight() const
+{
+    QWidget* document = m_scrollView ? m_scrollView->widget() : nullptr;
+    if (document == nullptr) {
+        return 0;
+    }
+    // The document's own wish, not the height the scroll area happens to give it.
+    return std::max(document->sizeHint().height(), document->minimumSizeHint().height());
+}
+
+int WTAutoResizingWindowController::visibleHeight() const
+{
+    return m_scrollView ? m_scrollView->viewport()->height() : 0;
+}
+
+void WTAutoResizingWindowController::windowDidEndLiveResize()
+{
+    m_windowSizeSticky = documentHeight() == visibleHeight();
+}
+
+void WTAutoResizingWindowController::documentSizeChanged()
+{
+    if (m_checkQueued) {
+        return;
+    }
+    m_checkQueued = true;
+    QTimer::singleShot(0, this, [this] {
+        m_checkQueued = false;
+        checkSize();
+    });
+}
+
+void WTAutoResizingWindowController::checkSize()
+{
+    if (!m_window || !m_scrollView) {
+        return;
+    }
+    const int document = documentHeight();
+    const int visible = visibleHeight();
+    if (document == visible) {
+        m_windowSizeSticky = true;
+        return;
+    }
+    if (document < visible || !m_windowSizeSticky) {
+        return; // never shrinks by itself
+    }
+    const int growth = document - visible;
+    if (growth < 1) {
+        return;
+    }
+    QRect frame = m_window->geometry();
+    frame.setHeight(frame.height() + growth); // the top edge stays
+    const QRect area = m_availableArea(m_window);
+    if (frame.bottom() > area.bottom()) {
+        frame.moveBottom(area.bottom());
+        if (frame.top() < area.top()) {
+            frame.setTop(area.top());
+            frame.setHeight(area.height());
+            m_windowSizeSticky = false;
+        }
+    }
+    m_frameSet = frame;
+    m_window->setGeometry(frame);
+}

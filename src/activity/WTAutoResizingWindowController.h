@@ -1,0 +1,50 @@
+#pragma once
+
+#include <QObject>
+#include <QPointer>
+#include <QRect>
+#include <QScrollArea>
+#include <functional>
+
+class QWidget;
+
+// A window that grows downwards as its document grows, until the screen's available area is
+// full, and never shrinks by itself. A user's resize keeps the growth only when the whole
+// document still fits exactly. Main thread only.
+class WTAutoResizingWindowController : public QObject
+{
+    Q_OBJECT
+
+public:
+    // The screen area a window may cover; defaults to the window's screen.
+    using AvailableArea = std::function<QRect(const QWidget* window)>;
+
+    explicit WTAutoResizingWindowController(QObject* parent = nullptr);
+    ~WTAutoResizingWindowController() override;
+
+    QWidget* window() const { return m_window; }
+    // The scroll area is the first child of the window's content.
+    virtual void setWindow(QWidget* window, QScrollArea* scrollView);
+    QScrollArea* contentScrollView() const { return m_scrollView; }
+    bool windowSizeSticky() const { return m_windowSizeSticky; }
+    void setAvailableArea(AvailableArea area);
+
+    void documentSizeChanged();
+    void windowDidEndLiveResize();
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+private:
+    void checkSize();
+    int documentHeight() const;
+    int visibleHeight() const;
+
+    QPointer<QWidget> m_window;
+    QPointer<QScrollArea> m_scrollView;
+    AvailableArea m_availableArea;
+    bool m_windowSizeSticky = true;
+    QRect m_frameSet;
+    bool m_shownSettled = false;
+    bool m_checkQueued = false;
+};

@@ -1,0 +1,87 @@
+#include "core/MonitorActivityWindow.h"
+
+#include "activity/ActivityWindowController.h"
+#include "core/MonitorApplicationDelegate.h"
+#include "platform/ClientApplication.h"
+#include "preferences/ImpermanentValues.h"
+
+MonitorActivityWindow::MonitorActivityWindow(MonitorApplicationDelegate& delegate, Factory factory)
+    : ActivityWindow(factory)
+    , m_delegate(delegate)
+    , m_factory(std::move(factory))
+    , m_controller(std::make_unique<ActivityWindowController>(this))
+{
+    m_controller->observeScheduleBroadcasts();
+}
+
+MonitorActivityWindow::~MonitorActivityWindow() = default;
+
+std::shared_ptr<CommandListener>
+MonitorActivityWindow::listenerForCommandIdentifier(const QString& identifier,
+                                                    const QVariantMap& info)
+{
+    return m_controller->listenerForCommandIdentifier(identifier, info);
+}
+
+void MonitorActivityWindow::willAddListener(CommandListener* listener)
+{
+    m_controller->willAddListener(listener);
+}
+
+void MonitorActivityWindow::showActivityWindowInFront(bool front)
+{
+    m_controller->showActivityWindowInFront(front);
+}
+
+bool MonitorActivityWindow::isVisible() const
+{
+    return m_controller->isVisible();
+}
+
+bool MonitorActivityWindow::waitForRunningCommandsBecause(quint32 reason)
+{
+    return m_controller->waitForRunningCommandsBecause(reason);
+}
+
+std::shared_ptr<CommandListener>
+MonitorActivityWindow::monitorRunningCommand(const QString& identifier, const QVariantMap& info)
+{
+    return m_factory ? m_factory(identifier, info) : nullptr;
+}
+
+void MonitorActivityWindow::setDockActivityPaneCount(int count)
+{
+    m_delegate.setDockActivityPaneCount(quint64(qMax(count, 0)));
+}
+
+void MonitorActivityWindow::showStatusItemStates(bool show, quint64 states)
+{
+    const quint64 current = m_delegate.statusImageState();
+    m_delegate.updateStatusItemState(show ? (current | states) : (current & ~states));
+}
+
+bool MonitorActivityWindow::viewLogLine(const LogLine& line)
+{
+    // Without a client that can be started, the window shows the line itself.
+    if (ClientApplication::defaultClient().locate() != ClientApplication::kNoError) {
+        return false;
+    }
+    m_delegate.viewLogLine(line);
+    return true;
+}
+
+void MonitorActivityWindow::openRepository(const QString& path, qint32 action)
+{
+    m_delegate.openRepository(path, action);
+}
+
+QVariant MonitorActivityWindow::impermanentValue(const QString& key, const QString& identifier)
+{
+    return m_delegate.impermanentValues().impermanentValueForKey(key, identifier);
+}
+
+void MonitorActivityWindow::setImpermanentValue(const QVariant& value, const QString& key,
+                                                const QString& identifier)
+{
+    m_delegate.impermanentValues().setImpermanentValue(value, key, identifier);
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "activity/ActivityWindowHost.h"
+#include "core/ActivityWindow.h"
+
+#include <memory>
+
+class ActivityWindowController;
+class MonitorApplicationDelegate;
+
+// The real activity window behind the core's seam: the window controller makes the panes, and
+// this object answers what the window asks of the application through the delegate.
+// Main thread only.
+class MonitorActivityWindow final : public ActivityWindow, public ActivityWindowHost
+{
+public:
+    MonitorActivityWindow(MonitorApplicationDelegate& delegate, Factory factory);
+    ~MonitorActivityWindow() override;
+
+    ActivityWindowController& controller() const { return *m_controller; }
+
+    // ActivityWindow
+    std::shared_ptr<CommandListener> listenerForCommandIdentifier(const QString& identifier,
+                                                                  const QVariantMap& info) override;
+    void willAddListener(CommandListener* listener) override;
+    void showActivityWindowInFront(bool front) override;
+    bool isVisible() const override;
+    bool waitForRunningCommandsBecause(quint32 reason) override;
+
+    // ActivityWindowHost
+    std::shared_ptr<CommandListener> monitorRunningCommand(const QString& identifier,
+                                                           const QVariantMap& info) override;
+    void setDockActivityPaneCount(int count) override;
+    void showStatusItemStates(bool show, quint64 states) override;
+    bool viewLogLine(const LogLine& line) override;
+    void openRepository(const QString& path, qint32 action) override;
+    QVariant impermanentValue(const QString& key, const QString& identifier) override;
+    void setImpermanentValue(const QVariant& value, const QString& key,
+                             const QString& identifier) override;
+
+private:
+    MonitorApplicationDelegate& m_delegate;
+    Factory m_factory;
+    std::unique_ptr<ActivityWindowController> m_controller;
+};

@@ -1,0 +1,312 @@
+#include "activity/ActivityWindowHost.h"
+#include "activity/CommandDetailsViewController.h"
+#include "activity/CommandFailureViewController.h"
+#include "activity/CommandUmbrellaViewController.h"
+#include "activity/FileCommandProgressViewController.h"
+#include "activity/IndexCommandProgressViewController.h"
+#include "activity/LogViewerWindow.h"
+#include "activity/MonitorProgressIndicator.h"
+#include "activity/NextActionDateFormatter.h"
+#include "activity/ProgressDescriptionField.h"
+#include "errors/AlertInfo.h"
+#include "exception/KSException.h"
+#include "foundation/HumanReadableString.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QFile>
+#include <QIcon>
+#include <QPlainTextEdit>
+#include <QProgressBar>
+#include <QTemporaryDir>
+#include <QTest>
+#include <gtest/gtest.h>
+
+namespace {
+// A host whose archive is a folder that exists, and which records what the panes ask of it.
+class ArchiveHost final : public ActivityWindowHost
+{
+public:
+    QString repositoryPath(const QByteArray&) const override { return archive; }
+    void openRepository(const QString& path, qint32 action) override
+    {
+        opened = path;
+        openedAction = action;
+    }
+    QString archive;
+    QString opened;
+    qint32 openedAction = 0;
+};
+
+QString saveImage(QWidget* view, const QString& name)
+{
+    view->resize(420, view->sizeHint().height());
+    view->show();
+    QCoreApplication::processEvents();
+    const QString path = QDir(QStringLiteral(KESTROM_IMAGE_DIR)).filePath(name);
+    view->grab().save(path);
+    return path;
+}
+
+QVariantMap progressOf(std::initializer_list<std::pair<const char*, QVariant>> entries)
+{
+    QVariantMap progress;
+    for (const auto& [key, value] : entries) {
+        progress.insert(QString::fromLatin1(key), value);
+    }
+    return progress;
+}
+} // namespace
+
+TEST(MonitorProgressIndicatorTest, FillFollowsTheRangeAndRepaintsOnlyWhenAPixelMoves)
+{
+    struct Case
+    {
+        double min, max, value, expected;
+    };
+    // 102 points wide: 100 pixels of travel.
+    const Case cases[] = {{0, 100, 50, 50},   {0, 100, 150, 100}, {10, 20, 5, 0},
+                          {0, 100, 100, 100}, {0, 100, 0.4, 0},   {50, 150, 75, 25}};
+    for (const Case& c : cases) {
+        MonitorProgressIndicator indicator;
+        indicator.resize(102, 12);
+        indicator.setMinValue(c.min);
+        indicator.setMaxValue(c.max);
+        indicator.setDoubleValue(c.value);
+        EXPECT_EQ(indicator.xValue(), c.expected) << c.min << " " << c.max << " " << c.value;
+    }
+    MonitorProgressIndicator indicator;
+    indicator.resize(102, 12);
+    indicator.setDoubleValue(40);
+    const quint64 before = indicator.redrawRequests();
+    indicator.setDoubleValue(40.3); // same pixel
+    EXPECT_EQ(indicator.redrawRequests(), before);
+    indicator.setDoubleValue(41);
+    EXPECT_EQ(indicator.redrawRequests(), before + 1);
+}
+
+TEST(MonitorProgressIndicatorTest, OneSharedTimerStopsWhenNoIndicatorAnimates)
+{
+    auto first = std::make_unique<MonitorProgressIndicator>();
+    MonitorProgressIndicator second;
+    first->setIndeterminate(true);
+    EXPECT_EQ(MonitorProgressIndicator::animationTimer(), nullptr); // not animating yet
+    first->setAnimating(true);
+    second.setIndeterminate(true);
+    second.setAnimating(true);
+    QTimer* timer = MonitorProgressIndicator::animationTimer();
+    ASSERT_NE(timer, nullptr);
+    EXPECT_EQ(timer->interval(), MonitorProgressIndicator::kAnimationIntervalMs);
+    const quint64 redraws = second.redrawRequests();
+    MonitorProgressIndicator::animateIndeterminateTime();
+    EXPECT_EQ(second.redrawRequests(), redraws + 1);
+    first.reset();
+    second.setIndeterminate(false);
+    MonitorProgressIndicator::animateIndeterminateTime();
+    EXPECT_EQ(MonitorProgressIndicator::animationTimer(), nullptr);
+}
+
+TEST(ProgressDescriptionFieldTest, IconAndNameAppearOnlyWhereThereIsRoom)
+{
+    ProgressDescriptionField field;
+    field.resize(300, 16);
+    const int verbEnd = 2; // no manager: the verb is empty
+    struct Case
+    {
+        int width;
+        bool hasName, icon, name;
+    };
+    const Case cases[] = {
+        {verbEnd + ProgressDescriptionField::kIconRoom, true, false, false},
+        {verbEnd + ProgressDescriptionField::kIconRoom + 1, true, true, false},
+        {verbEnd + 18 + ProgressDescriptionField::kNameRoom - 1, true, true, false},
+        {verbEnd + 18 + ProgressDescriptionField::kNameRoom, true, true, true},
+        {300, false, true, false},
+    };
+    for (const Case& c : cases) {
+        const auto layout = field.alternateLayout(c.width, true, c.hasName);
+        EXPECT_EQ(layout.icon.has_value(), c.icon) << c.width;
+        EXPECT_EQ(layout.name.has_value(), c.name) << c.width;
+    }
+    EXPECT_TRUE(field.alternateLayout(300, false, true).name.has_value());
+    EXPECT_FALSE(field.alternateLayout(verbEnd + ProgressDescriptionField::kIconRoom, false, true)
+                     .name.has_value());
+}
+
+TEST(CommandFormsTest, CountersAndBarsFollowTheProgressDictionary)
+{
+    FileCommandProgressViewController file;
+    file.willBeginStatus();
+    EXPECT_TRUE(file.thermometerIndeterminate());
+    struct Case
+    {
+        QVariantMap progress;
+        QLabel* field;
+        QString text;
+    };
+    const Case cases[] = {
+        {progressOf({{"dup", 12.5}}), file.duplicateField(), QStringLiteral("(12% duplicate)")},
+        {progressOf({{"dup", 0}}), file.duplicateField(), QString()},
+        {progressOf({{"items", 1}}), file.itemCountField(), QStringLiteral("1 item")},
+        {progressOf({{"items", 1500000}}), file.itemCountField(),
+         QStringLiteral("1,500,000 items")},
+        {progressOf({{"rate", 480}}), file.rateField(),
+         HumanReadableString::stringWithReadableSize(480) + QStringLiteral("/min")},
+        {progressOf({{"bytes", 2048}}), file.byteCountField(),
+         HumanReadableString::stringWithReadableSize(2048)},
+    };
+    for (const Case& c : cases) {
+        file.updateStatus(c.progress);
+        EXPECT_EQ(c.field->text(), c.text) << c.progress.firstKey().toStdString();
+    }
+    // Null or zero "max" is indeterminate; while so, "value" leaves the thermometer alone.
+    file.updateStatus(progressOf({{"max", QVariant::fromValue(nullptr)}, {"value", 5}}));
+    EXPECT_TRUE(file.thermometerIndeterminate());
+    EXPECT_EQ(file.thermometer()->maximum(), 0);
+    file.updateStatus(progressOf({{"max", 10}, {"min", 0}, {"value", 5}}));
+    EXPECT_FALSE(file.thermometerIndeterminate());
+    EXPECT_EQ(file.thermometer()->value(), file.thermometer()->maximum() / 2);
+    file.didEndStatusWithException(nullptr);
+    EXPECT_EQ(file.thermometer()->value(), file.thermometer()->maximum());
+    EXPECT_TRUE(file.actionButton()->isHidden());
+    EXPECT_TRUE(file.stopButton()->isHidden());
+}
+
+TEST(CommandFormsTest, CollapsedIndicatorTakesValueEvenWhileIndeterminate)
+{
+    CommandProgressViewController collapsed;
+    collapsed.willBeginStatus();
+    collapsed.updateStatus(progressOf({{"max", 0}, {"value", 30}, {"can.cancel", true}}));
+    EXPECT_TRUE(collapsed.progressIndicator()->isIndeterminate());
+    EXPECT_EQ(collapsed.progressIndicator()->doubleValue(), 30);
+    EXPECT_TRUE(collapsed.stopButton()->isEnabled());
+    collapsed.updateStatus(progressOf({{"max", 60}, {"can.cancel", false}}));
+    EXPECT_FALSE(collapsed.progressIndicator()->isIndeterminate());
+    EXPECT_FALSE(collapsed.stopButton()->isEnabled());
+}
+
+TEST(CommandFormsTest, PauseLengthComesFromTheMenuTag)
+{
+    const std::pair<QVariant, double> cases[] = {{QVariant(), 300},     {QVariant(200), 14400},
+                                                 {QVariant(201), 300},  {QVariant(203), 1200},
+                                                 {QVariant(206), 7200}, {QVariant(207), 14400}};
+    for (const auto& [tag, seconds] : cases) {
+        EXPECT_EQ(CommandUmbrellaViewController::pauseSecondsForTag(tag), seconds) << tag.toInt();
+    }
+}
+
+TEST(CommandFailurePaneTest, ButtonsFollowTheAlertsActionsAndTheArchive)
+{
+    QTemporaryDir archive;
+    struct Case
+    {
+        AlertActionSet actions;
+        bool archiveExists;
+        bool viewLog, repair;
+        qint32 code;
+    };
+    using A = AlertActionSet;
+    const Case cases[] = {
+        {{A::kOpenLog}, true, true, false, 0},
+        {{A::kReindex, A::kRepair}, true, false, true, CommandFailureViewController::kOpenToRepair},
+        {{A::kReindex}, true, false, true, CommandFailureViewController::kOpenToReindex},
+        {{A::kReindex, A::kRepair, A::kOpenLog}, false, true, false, 0},
+        {{A::kClose}, true, false, false, 0},
+    };
+    for (const Case& c : cases) {
+        ArchiveHost host;
+        host.archive = c.archiveExists ? archive.path() : archive.path() + QStringLiteral("/gone");
+        auto umbrella = CommandUmbrellaViewController::umbrellaControllerForKind(
+            ProgressPane::Kind::Index, &host);
+        CommandFailureViewController failure;
+        failure.setUmbrellaController(umbrella.get());
+        failure.setEndAlert(AlertInfo(c.actions),
+                            KSException::exceptionWithName(QStringLiteral("Data"), QString()));
+        EXPECT_TRUE(failure.offeredActions().includesAction(A::kOK));
+        EXPECT_FALSE(failure.offeredActions().includesAction(A::kClose));
+        EXPECT_EQ(failure.viewLogButton() != nullptr, c.viewLog)
+            << c.actions.description().toStdString();
+        EXPECT_EQ(failure.repairArchiveButton() != nullptr, c.repair);
+        EXPECT_EQ(failure.repairActionCommand(), c.code);
+        if (c.repair) {
+            failure.repairArchive();
+            EXPECT_EQ(host.opened, archive.path());
+            EXPECT_EQ(host.openedAction, c.code);
+        }
+    }
+}
+
+TEST(CommandFailurePaneTest, SoftReindexFailureAlsoOffersRepair)
+{
+    IndexCommandProgressViewController index;
+    KSException soft = KSException::exceptionWithName(QStringLiteral("Data"), QString());
+    soft.setSoft(true).setDetail(QStringLiteral("reindex"), QStringLiteral(".Command"));
+    const auto adjusted = index.adjustAlert(
+        std::make_unique<AlertInfo>(AlertActionSet{AlertActionSet::kReindex}), soft);
+    EXPECT_TRUE(adjusted->actionSet().includesAction(AlertActionSet::kRepair));
+    const auto hard =
+        index.adjustAlert(std::make_unique<AlertInfo>(AlertActionSet{AlertActionSet::kReindex}),
+                          KSException::exceptionWithName(QStringLiteral("Data"), QString()));
+    EXPECT_FALSE(hard->actionSet().includesAction(AlertActionSet::kRepair));
+}
+
+TEST(CommandFailurePaneTest, ViewLogGoesToTheOwnViewerWhenNoClientTakesIt)
+{
+    LogLine shown;
+    bool opened = false;
+    CommandUmbrellaViewController::setLogViewerOpener([&](const LogLine& line) {
+        shown = line;
+        opened = true;
+    });
+    auto umbrella =
+        CommandUmbrellaViewController::umbrellaControllerForKind(ProgressPane::Kind::Details);
+    umbrella->viewLogLine(QStringLiteral("4.12.3"));
+    CommandUmbrellaViewController::setLogViewerOpener({});
+    ASSERT_TRUE(opened);
+    ASSERT_TRUE(shown);
+    EXPECT_EQ(shown->description(), QStringLiteral("4.12.3"));
+}
+
+TEST(NextActionDateFormatterTest, LongFormOnlyBeyondTwentyThreeHours)
+{
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    const NextActionDateFormatter formatter([now] { return now; });
+    EXPECT_FALSE(formatter.usesLongFormat(now.addSecs(82800)));
+    EXPECT_TRUE(formatter.usesLongFormat(now.addSecs(82801)));
+    EXPECT_EQ(formatter.stringForObjectValue(QVariant()), QString());
+}
+
+TEST(LogViewerWindowTest, OpensAtTheLineWithItsNestedLinesAndFollowsTheFile)
+{
+    QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("Kestrom.log"));
+    QFile log(path);
+    ASSERT_TRUE(log.open(QIODevice::WriteOnly));
+    log.write("2024-01-01 10:00:00.000 +0000 Plain   alpha [4.1]\n"
+              "2024-01-01 10:00:00.001 +0000 Failure beta [4.2]\n"
+              "2024-01-01 10:00:00.002 +0000 Details beta detail [4.2.1]\n"
+              "2024-01-01 10:00:00.003 +0000 Plain   gamma [4.21]\n");
+    log.flush();
+    LogViewerWindow viewer;
+    viewer.setLogFilePath(path);
+    viewer.showLogLine(LogLineIdentifier::fromString(QStringLiteral("4.2")));
+    EXPECT_EQ(viewer.highlightedBlocks(), (QList<int>{1, 2}));
+    EXPECT_EQ(viewer.currentBlock(), 1);
+    log.write("2024-01-01 10:00:01.000 +0000 Plain   delta [4.3]\n");
+    log.flush();
+    viewer.followFile();
+    EXPECT_EQ(viewer.textView()->blockCount(), 5);
+    EXPECT_TRUE(viewer.find(QStringLiteral("delta")));
+    EXPECT_EQ(viewer.currentBlock(), 4);
+    EXPECT_FALSE(viewer.find(QStringLiteral("epsilon")));
+    viewer.resize(700, 200);
+    saveImage(&viewer, QStringLiteral("activity-log-viewer.png"));
+}
+
+TEST(ActivityImagesTest, SvgImagesLoadFromTheResource)
+{
+    for (const char* name : {"stop", "action", "failure", "idle", "update"}) {
+        const QIcon icon(QStringLiteral(":/activity/images/%1.svg").arg(QLatin1String(name)));
+        EXPECT_FALSE(icon.pixmap(32, 32).isNull()) << name;
+    }
+}

@@ -1,0 +1,316 @@
+#include "activity/ActivityIdleViewController.h"
+#include "activity/ActivityWindowController.h"
+#include "activity/ActivityWindowHost.h"
+#include "activity/CommandFailureViewController.h"
+#include "activity/CommandUmbrellaViewController.h"
+#include "activity/FadingWindowAnimation.h"
+#include "activity/FileCommandProgressViewController.h"
+#include "activity/UpgradeViewController.h"
+#include "exception/KSException.h"
+#include "foundation/MainQueue.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QLabel>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QTest>
+#include <QTimer>
+#include <QVBoxLayout>
+#include <gtest/gtest.h>
+
+namespace {
+class RecordingHost final : public ActivityWindowHost
+{
+public:
+    void setDockActivityPaneCount(int count) override { dockCount = count; }
+    std::optional<QVariantMap> queryNextScheduledActionInfo() override { return nextAction; }
+    bool updateAvailable() const override { return !version.isEmpty(); }
+    QString readableVersionAvailable() const override { return version; }
+    QVariant impermanentValue(const QString& key, const QString& identifier) override
+    {
+        return memory.value(key + identifier);
+    }
+    void setImpermanentValue(const QVariant& value, const QString& key,
+                             const QString& identifier) override
+    {
+        memory.insert(key + identifier, value);
+    }
+
+    int dockCount = -1;
+    std::optional<QVariantMap> nextAction;
+    QString version;
+    QVariantMap memory;
+};
+
+// A window with real progress managers, driven directly so that time stays in the test's hand.
+class ActivityWindowTest : public ::testing::Test
+{
+protected:
+    std::shared_ptr<ActivityProgressManager> start(const QString& command,
+                                                   const QVariantMap& progress = {})
+    {
+        auto manager = ActivityProgressManager::initWithCommand(command);
+        m_window.willAddListener(manager.get());
+        manager->commandDidStart();
+        manager->commandProgressDidUpdate(progress);
+        return manager;
+    }
+
+    static CommandUmbrellaViewController* paneOf(const std::shared_ptr<ActivityProgressManager>& m)
+    {
+        return static_cast<CommandUmbrellaViewController*>(m->viewController().get());
+    }
+
+    static void stop(const std::shared_ptr<ActivityProgressManager>& manager,
+                     std::shared_ptr<const Exception> failure = nullptr)
+    {
+        manager->commandDidStopWithException(failure);
+        QCoreApplication::processEvents(); // the end is queued on the main queue
+        QCoreApplication::processEvents();
+    }
+
+    QString save(QWidget* window, const QString& name)
+    {
+        window->resize(440, 60);
+        window->show();
+        // The window grows by itself to hold its panes.
+        EXPECT_TRUE(QTest::qWaitFor([this] {
+            const QScrollArea* scroll = m_window.contentScrollView();
+            return scroll->widget()->height() <= scroll->viewport()->height();
+        }));
+        const QString path = QDir(QStringLiteral(KESTROM_IMAGE_DIR)).filePath(name);
+        window->grab().save(path);
+        return path;
+    }
+
+    QWidget* window() { return m_window.window(); }
+
+    RecordingHost m_host;
+    QDateTime m_now = QDateTime::currentDateTimeUtc();
+    ActivityWindowController m_window{&m_host, [this] {
+                                          return m_now;
+                                      }};
+};
+
+const QVariantMap kCaptureProgress{{QStringLiteral("task"), QStringLiteral("Capturing Home")},
+                                   {QStringLiteral("max"), 100},
+                                   {QStringLiteral("value"), 40},
+                                   {QStringLiteral("time"), 75},
+                                   {QStringLiteral("verb"), QStringLiteral("Copying")},
+                                   {QStringLiteral("item"), QStringLiteral("Notes.txt")},
+                                   {QStringLiteral("alt"), true},
+                                   {QStringLiteral("bytes"), 734003200},
+                                   {QStringLiteral("items"), 1234},
+                                   {QStringLiteral("rate"), 52428800},
+                                   {QStringLiteral("dup"), 7}};
+} // namespace
+
+TEST_F(ActivityWindowTest, GoodEndRetiresThePaneAfterItsTimer)
+{
+    const auto manager = start(QStringLiteral("capture"), kCaptureProgress);
+    EXPECT_EQ(m_window.paneCount(), 1);
+    EXPECT_EQ(m_host.dockCount, 1);
+    EXPECT_EQ(m_window.dimEventThreshold(), ActivityWindowController::kBusyDimThreshold);
+    stop(manager);
+    QTimer* retirement = paneOf(manager)->selfRetirementTimer();
+    ASSERT_NE(retirement, nullptr);
+    EXPECT_EQ(retirement->interval(), CommandUmbrellaViewController::kRetirementMs);
+    EXPECT_EQ(m_window.paneCount(), 1); // still there until the timer fires
+    retirement->setInterval(0);
+    ASSERT_TRUE(QTest::qWaitFor([this] { return m_window.paneCount() == 0; }));
+    EXPECT_EQ(m_host.dockCount, 0);
+    EXPECT_TRUE(m_window.idlePaneShown());
+    EXPECT_EQ(m_window.dimEventThreshold(), 1u);
+}
+
+TEST_F(ActivityWindowTest, FailureWithAnAlertStaysAndKeepsTheWindowFromDimming)
+{
+    const auto manager = start(QStringLiteral("verify"));
+    auto failure = std::make_shared<KSException>(
+        KSException::exceptionWithName(QStringLiteral("Data"), QStringLiteral("index damaged")));
+    failure->setPOSIXErr(13);
+    stop(manager, failure);
+    CommandUmbrellaViewController* pane = paneOf(manager);
+    ASSERT_TRUE(pane->showingAlert());
+    EXPECT_EQ(pane->selfRetirementTimer(), nullptr);
+    EXPECT_EQ(m_window.orderedViewControllers(), (QList<CommandUmbrellaViewController*>{pane}));
+    EXPECT_EQ(m_window.dimEventThreshold(), FadingWindowController::kNeverDim);
+    for (int tick = 0; tick < 50; ++tick) {
+        m_window.dimWindow();
+    }
+    EXPECT_FALSE(m_window.isDim());
+    // Toggling details while the failure form shows changes nothing.
+    QWidget* failureView = pane->view();
+    pane->toggleDetails();
+    EXPECT_EQ(pane->view(), failureView);
+    EXPECT_FALSE(pane->failureViewController()->failureReasonField()->text().isEmpty());
+    save(window(), QStringLiteral("activity-verify-failure.png"));
+    pane->failureViewController()->okButton()->click();
+    ASSERT_TRUE(QTest::qWaitFor([this] { return m_window.paneCount() == 0; }));
+}
+
+TEST_F(ActivityWindowTest, DetailsToggleInPlaceAndAreRememberedPerAction)
+{
+    const auto first = start(QStringLiteral("compact"));
+    const auto second = start(QStringLiteral("capture"), kCaptureProgress);
+    CommandUmbrellaViewController* pane = paneOf(second);
+    pane->setActionID(QStringLiteral("A-1"));
+    pane->toggleDetails();
+    EXPECT_TRUE(pane->showingDetails());
+    EXPECT_TRUE(m_host.memory.value(QStringLiteral("actionDetailsA-1")).toBool());
+    // The detailed form took the collapsed form's place: second of two.
+    EXPECT_EQ(m_window.orderedViewControllers(),
+              (QList<CommandUmbrellaViewController*>{paneOf(first), pane}));
+    pane->toggleDetails();
+    EXPECT_FALSE(pane->showingDetails());
+    EXPECT_FALSE(m_host.memory.value(QStringLiteral("actionDetailsA-1")).toBool());
+}
+
+TEST_F(ActivityWindowTest, ASecondRunOfAnActionTakesTheFirstRunsPlace)
+{
+    const auto first = start(QStringLiteral("capture"));
+    const auto other = start(QStringLiteral("merge"));
+    paneOf(first)->setActionID(QStringLiteral("A-7"));
+    const auto second = start(QStringLiteral("capture"));
+    paneOf(second)->setActionID(QStringLiteral("A-7"));
+    EXPECT_EQ(m_window.orderedViewControllers(),
+              (QList<CommandUmbrellaViewController*>{paneOf(second), paneOf(other)}));
+    EXPECT_EQ(m_host.dockCount, 2);
+}
+
+TEST_F(ActivityWindowTest, IdlePaneFollowsPanesAndTheNextActionTime)
+{
+    struct Case
+    {
+        int panes;
+        std::optional<qint64> nextInSeconds;
+        bool shown;
+    };
+    const Case cases[] = {{0, std::nullopt, true}, {0, 660, true}, {1, 660, false},
+                          {1, 600, true},          {1, -30, true}, {1, std::nullopt, false}};
+    std::shared_ptr<ActivityProgressManager> running;
+    for (const Case& c : cases) {
+        if (c.panes == 1 && !running) {
+            running = start(QStringLiteral("merge"));
+        }
+        m_host.nextAction = QVariantMap{{QStringLiteral("title"), QStringLiteral("Nightly")}};
+        if (c.nextInSeconds) {
+            m_host.nextAction->insert(QStringLiteral("time"), m_now.addSecs(*c.nextInSeconds));
+        }
+        m_window.scheduleDidChange();
+        EXPECT_EQ(m_window.idlePaneShown(), c.shown)
+            << c.panes << " " << c.nextInSeconds.value_or(0);
+    }
+    EXPECT_EQ(m_window.nextActionTitle(), QStringLiteral("Next Action: Nightly"));
+    m_window.schedulerDidDisconnect();
+    EXPECT_EQ(m_window.idleViewController()->titleField()->text(), QStringLiteral("Idle"));
+    m_host.nextAction.reset();
+    m_window.scheduleDidChange();
+    EXPECT_EQ(m_window.nextActionTitle(), QStringLiteral("Next Action: (null)"));
+}
+
+TEST_F(ActivityWindowTest, ScreenshotsOfTheFormsInLightAndDark)
+{
+    m_host.version = QStringLiteral("2.3.0");
+    m_window.updateAvailableChanged();
+    EXPECT_TRUE(m_window.updateNoticeShown());
+    m_host.nextAction = QVariantMap{{QStringLiteral("title"), QStringLiteral("Capture Home")},
+                                    {QStringLiteral("time"), m_now.addSecs(300)}};
+    m_window.scheduleDidChange();
+    const auto capture = start(QStringLiteral("capture"), kCaptureProgress);
+    const auto detailed = start(QStringLiteral("capture"), kCaptureProgress);
+    paneOf(detailed)->setShowingDetails(true);
+    const auto paused = start(QStringLiteral("compact"), {{QStringLiteral("max"), 10},
+                                                          {QStringLiteral("value"), 4},
+                                                          {QStringLiteral("bytes"), 5000000},
+                                                          {QStringLiteral("saved"), 1200000}});
+    paused->commandProgressDidUpdate({{QStringLiteral("paws"), 120}});
+    paneOf(paused)->setShowingDetails(true);
+    const auto verify = start(QStringLiteral("verify"), {{QStringLiteral("files"), 4210},
+                                                         {QStringLiteral("folders"), 318},
+                                                         {QStringLiteral("stromi"), 1},
+                                                         {QStringLiteral("layers"), 42}});
+    const auto merge = start(QStringLiteral("merge"));
+    EXPECT_EQ(m_window.paneCount(), 5);
+    EXPECT_EQ(
+        static_cast<FileCommandProgressViewController*>(paneOf(detailed)->detailedViewController())
+            ->itemCountField()
+            ->text(),
+        QStringLiteral("1,234 items"));
+    save(window(), QStringLiteral("activity-window-light.png"));
+    const QPalette light = QApplication::palette();
+    QPalette dark(QColor(0x35, 0x35, 0x35), QColor(0x2a, 0x2a, 0x2a));
+    dark.setColor(QPalette::Highlight, QColor(0x3d, 0x8e, 0xe6));
+    QApplication::setPalette(dark);
+    save(window(), QStringLiteral("activity-window-dark.png"));
+    QApplication::setPalette(light);
+}
+
+TEST(FadingWindowTest, IntervalAndOpacityPreferencesAreClamped)
+{
+    const std::pair<double, double> intervals[] = {{0, 20}, {2, 4}, {30, 30}, {1000, 240}};
+    for (const auto& [preference, seconds] : intervals) {
+        EXPECT_EQ(FadingWindowController::dimEventIntervalFor(preference), seconds) << preference;
+    }
+    const std::pair<double, std::optional<double>> opacities[] = {
+        {1.0, std::nullopt}, {0, 0.5}, {0.1, 0.2}, {0.7, 0.7}, {1.5, 1.0}};
+    for (const auto& [preference, opacity] : opacities) {
+        EXPECT_EQ(FadingWindowAnimation::fadedOpacity(preference), opacity) << preference;
+    }
+}
+
+TEST(FadingWindowTest, DimsAtTheThresholdAndComesBackWhenTheMouseIsInside)
+{
+    FadingWindowController controller;
+    QWidget window;
+    auto* scroll = new QScrollArea(&window);
+    scroll->setWidget(new QWidget);
+    controller.setWindow(&window, scroll);
+    window.setGeometry(100, 100, 200, 100);
+    QPoint mouse(10, 10);
+    controller.setCursorPosition([&mouse] { return mouse; });
+    controller.dimTime();
+    EXPECT_TRUE(controller.isDim()); // base threshold 1
+    ASSERT_NE(controller.alphaAnimation(), nullptr);
+    EXPECT_EQ(controller.alphaAnimation()->endAlpha(), 0.5);
+    mouse = window.frameGeometry().center();
+    controller.dimTime();
+    EXPECT_FALSE(controller.isDim());
+    EXPECT_EQ(controller.dimEventCount(), 0u);
+    EXPECT_EQ(controller.alphaAnimation()->endAlpha(), 1.0);
+    EXPECT_TRUE(controller.dimTimer()->isActive());
+}
+
+TEST(AutoResizingWindowTest, GrowsDownToTheAvailableAreaAndNeverShrinks)
+{
+    WTAutoResizingWindowController controller;
+    QWidget window;
+    auto* layout = new QVBoxLayout(&window);
+    layout->setContentsMargins(0, 0, 0, 0);
+    auto* scroll = new QScrollArea;
+    scroll->setFrameShape(QFrame::NoFrame);
+    scroll->setWidgetResizable(true);
+    auto* document = new QWidget;
+    auto* content = new QWidget(document);
+    auto* documentLayout = new QVBoxLayout(document);
+    documentLayout->setContentsMargins(0, 0, 0, 0);
+    documentLayout->addWidget(content);
+    scroll->setWidget(document);
+    layout->addWidget(scroll);
+    content->setFixedHeight(100);
+    window.setGeometry(50, 50, 300, 100);
+    window.show();
+    controller.setAvailableArea([](const QWidget*) { return QRect(0, 0, 800, 400); });
+    controller.setWindow(&window, scroll);
+    content->setFixedHeight(250);
+    ASSERT_TRUE(QTest::qWaitFor([&window] { return window.height() == 250; }));
+    EXPECT_EQ(window.y(), 50); // the top edge stays
+    content->setFixedHeight(120);
+    QTest::qWait(50);
+    EXPECT_EQ(window.height(), 250);
+    content->setFixedHeight(600); // more than the area: clamped and no longer sticky
+    ASSERT_TRUE(QTest::qWaitFor([&window] { return window.height() == 400; }));
+    EXPECT_EQ(window.y(), 0);
+    EXPECT_FALSE(controller.windowSizeSticky());
+}
