@@ -2,6 +2,8 @@
 
 #include "KSComponentMessagingAdaptor.h"
 #include "foundation/MainQueue.h"
+#include "logging/Logger.h"
+#include "platform/PeerUser.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -14,6 +16,9 @@ ServedObject::ServedObject(QObject* parent)
 
 void ServedObject::barrierWithCompletion()
 {
+    if (refusesCaller("barrierWithCompletion")) {
+        return;
+    }
     if (m_barrierOnMainThread && calledFromDBus()) {
         replyFromMainThread([] { return QVariantList(); });
     }
@@ -26,4 +31,24 @@ void ServedObject::replyFromMainThread(std::function<QVariantList()> work)
     const QDBusConnection connection = this->connection();
     MainQueue::dispatchMainAsync(
         [call, connection, work = std::move(work)] { connection.send(call.createReply(work())); });
+}
+
+bool ServedObject::refusesCaller(const char* member)
+{
+    if (!calledFromDBus()) {
+        return false;
+    }
+    const QString sender = message().service();
+    const std::optional<uint> uid = PeerUser::uidOf(connection(), sender);
+    if (uid && PeerUser::allowsUid(*uid)) {
+        return false;
+    }
+    const QString who =
+        uid ? QStringLiteral("uid %1").arg(*uid) : QStringLiteral("an unknown user");
+    Logger::log(4, QStringLiteral("refused %1 from %2, a peer of %3")
+                       .arg(QString::fromLatin1(member), sender, who));
+    sendErrorReply(QDBusError::AccessDenied,
+                   QStringLiteral("%1 serves only peers of its own user")
+                       .arg(QString::fromLatin1(metaObject()->className())));
+    return true;
 }

@@ -1,0 +1,115 @@
+#include "core/SessionCommandRequests.h"
+#include "platform/linux/LibsecretSecretStore.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QMutex>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+#include <atomic>
+#include <benchmark/benchmark.h>
+
+// The requests commands make of the session: many scripts at once, while the main thread's
+// lateness is watched, and keyring lookups against the session's Secret Service. Run inside
+// scripts/headless, which unlocks a keyring.
+namespace {
+QString s_script;
+
+void concurrentScripts(benchmark::State& state)
+{
+    const int requests = int(state.range(0));
+    std::atomic<int> finals{0};
+    SessionCommandRequests::Switchboard board;
+    board.post = [&finals](const QString&, const QString&, const QVariantMap& info) {
+        if (info.contains(QStringLiteral("ScriptSuccess"))) {
+            ++finals;
+        }
+    };
+    board.observe = [](const QString&, const QString&, SessionCommandRequests::Switchboard::Block) {
+    };
+    board.removeObserver = [](const QString&) {
+    };
+    SessionCommandRequests handler({board, nullptr, {}, RepeatingTimer::mainThreadFactory()});
+    double worstLateMs = 0;
+    double lateSumMs = 0;
+    qint64 ticks = 0;
+    double seconds = 0;
+    for (auto _ : state) {
+        finals = 0;
+        // A 1 ms timer on the main thread: how late each tick comes is what a user would feel.
+        QElapsedTimer clock;
+        QTimer probe;
+        probe.setTimerType(Qt::PreciseTimer);
+        probe.setInterval(1);
+        qint64 last = 0;
+        QObject::connect(&probe, &QTimer::timeout, [&] {
+            const qint64 now = clock.nsecsElapsed();
+            const double late = double(now - last) / 1e6 - 1.0;
+            worstLateMs = std::max(worstLateMs, late);
+            lateSumMs += std::max(0.0, late);
+            ++ticks;
+            last = now;
+        });
+        clock.start();
+        probe.start();
+        for (int i = 0; i < requests; ++i) {
+            handler.runScript(0, s_script, QStringLiteral("bench.%1").arg(i), {});
+        }
+        [[maybe_unused]] const bool all =
+            QTest::qWaitFor([&] { return finals.load() == requests; }, 600000);
+        seconds += double(clock.nsecsElapsed()) / 1e9;
+        probe.stop();
+    }
+    state.counters["answered_per_s"] = double(requests) * double(state.iterations()) / seconds;
+    state.counters["main_late_worst_ms"] = worstLateMs;
+    state.counters["main_late_mean_ms"] = ticks > 0 ? lateSumMs / double(ticks) : 0.0;
+}
+
+void keychainLookups(benchmark::State& state)
+{
+    LibsecretSecretStore store;
+    qint64 found = 0;
+    for (auto _ : state) {
+        found += store.genericPassword(QStringLiteral("Kestrom"), QStringLiteral("bench"))
+                     .secret.has_value();
+    }
+    state.counters["found"] = double(found);
+    state.SetItemsProcessed(state.iterations());
+}
+
+BENCHMARK(concurrentScripts)->Arg(100)->Iterations(3)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(keychainLookups)->Iterations(1000)->Unit(benchmark::kMicrosecond)->UseRealTime();
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    QTemporaryDir files;
+    qputenv("XDG_STATE_HOME", files.path().toLocal8Bit());
+    s_script = QDir(files.path()).filePath(QStringLiteral("trivial.sh"));
+    QFile script(s_script);
+    if (!script.open(QIODevice::WriteOnly)) {
+        return 1;
+    }
+    script.write("#!/bin/sh\necho done\n");
+    script.close();
+    script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    QProcess store;
+    store.start(QStringLiteral("secret-tool"),
+                {QStringLiteral("store"), QStringLiteral("--label=bench"),
+                 QStringLiteral("service"), QStringLiteral("Kestrom"), QStringLiteral("account"),
+                 QStringLiteral("bench")});
+    store.write("bench-secret");
+    store.closeWriteChannel();
+    if (!store.waitForFinished(30000) || store.exitCode() != 0) {
+        return 1;
+    }
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
