@@ -1,6 +1,8 @@
 // kestromctl: the product's command-line peer. It speaks to the switchboard and the monitor as
 // the product's own processes do.
+#include "ArchiveVerbs.h"
 #include "CommandVerb.h"
+#include "RequestVerbs.h"
 #include "SwitchboardVerbs.h"
 #include "logging/Logger.h"
 
@@ -13,7 +15,10 @@ constexpr quint64 kApplicationCode = 7;
 int usage(FILE* stream, int status)
 {
     std::fprintf(stream, "usage: kestromctl VERB [ARGS...]   (VERB --help for details)\n%s",
-                 (SwitchboardVerbs::usage() + CommandVerb::usage()).toLocal8Bit().constData());
+                 (SwitchboardVerbs::usage() + CommandVerb::usage() + RequestVerbs::usage() +
+                  ArchiveVerbs::usage())
+                     .toLocal8Bit()
+                     .constData());
     return status;
 }
 } // namespace
@@ -33,6 +38,12 @@ int main(int argc, char** argv)
     }
     if (verb == QStringLiteral("command")) {
         return CommandVerb::run(arguments);
+    }
+    if (ArchiveVerbs::handles(verb)) {
+        return ArchiveVerbs::run(arguments);
+    }
+    if (RequestVerbs::handles(verb)) {
+        return RequestVerbs::run(arguments);
     }
     if (SwitchboardVerbs::handles(verb)) {
         return SwitchboardVerbs::run(verb, arguments);

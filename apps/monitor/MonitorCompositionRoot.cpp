@@ -1,11 +1,28 @@
 #include "MonitorCompositionRoot.h"
 
+#include "core/MonitorActivityWindow.h"
+#include "core/MonitorUserNotifier.h"
+#include "core/SessionCommandRequests.h"
+#include "core/SessionDesktopEvents.h"
 #include "errors/ContextualAlertInfo.h"
 #include "messaging/ActionRunSummary.h"
+#include "messaging/KSConnection.h"
+#include "messaging/KSSwitchboardConnection.h"
 #include "platform/ClientApplication.h"
 #include "platform/linux/DBusClientApplication.h"
+#include "platform/linux/DBusUserNotificationCenter.h"
 #include "platform/linux/DesktopApplicationSession.h"
+#include "platform/linux/LibsecretSecretStore.h"
+#include "platform/linux/ProcMountTableWatcher.h"
+#include "platform/linux/SessionBusApplicationWatcher.h"
+#include "platform/linux/UnityLauncherDockBadge.h"
+#include "platform/linux/WindowTaskbarPresence.h"
+#include "preferences/MonitorDefaults.h"
+#include "references/BookmarkPath.h"
+#include "status/RecentCaptures.h"
+#include "status/RepositoryStatusEvents.h"
 #include "tracking/CommandInfo.h"
+#include "tracking/ProgressServices.h"
 
 MonitorCompositionRoot::MonitorCompositionRoot()
 {
@@ -15,13 +32,88 @@ MonitorCompositionRoot::MonitorCompositionRoot()
     // Alerts name commands as the command table does; scheduler replies may carry summaries.
     ContextualAlertInfo::setCommandNamer(&CommandInfo::humanReadableNameForCommandName);
     ActionRunSummary::registerArchivableClass();
+    BookmarkPath::registerArchivableClass();
 }
 
 MonitorApplicationDelegate::Subsystems MonitorCompositionRoot::makeSubsystems() const
 {
-    // The status item, status window, desktop events, capture history, command requests and
-    // scheduler client keep their quiet defaults until their implementations exist.
+    // The status item, status window and scheduler client keep
+    // their quiet defaults until their implementations exist.
     MonitorApplicationDelegate::Subsystems subsystems;
     subsystems.session = std::make_unique<DesktopApplicationSession>();
+    subsystems.commandRequests =
+        std::make_unique<SessionCommandRequests>(SessionCommandRequests::Parts{
+            SessionCommandRequests::Switchboard::processHub(),
+            std::make_shared<LibsecretSecretStore>(), [](const QByteArray& data) {
+                const auto bookmark = BookmarkPath::fromBookmarkData(data);
+                return bookmark ? bookmark->resolveQuietly() : QUrl();
+            }});
+    subsystems.makeActivityWindow = [](MonitorApplicationDelegate& delegate,
+                                       ActivityWindow::Factory factory) {
+        return std::make_unique<MonitorActivityWindow>(delegate, std::move(factory));
+    };
+    subsystems.recentArchives =
+        std::make_unique<RecentArchives>(std::make_shared<RecentCaptures>());
+    ProgressServices::setCaptureHistory(subsystems.recentArchives->captureHistory());
+    subsystems.desktopEvents = makeDesktopEvents(*subsystems.recentArchives);
     return subsystems;
+}
+
+std::unique_ptr<DesktopEvents>
+MonitorCompositionRoot::makeDesktopEvents(RecentArchives& recentArchives) const
+{
+    SessionDesktopEvents::Services services;
+    services.volumes = std::make_unique<ProcMountTableWatcher>();
+    services.applications = std::make_unique<SessionBusApplicationWatcher>();
+    services.dockBadge =
+        std::make_unique<UnityLauncherDockBadge>(QStringLiteral("com.kestrom.monitor.desktop"));
+    services.taskbar =
+        std::make_unique<WindowTaskbarPresence>(WindowTaskbarPresence::Policy::Regular);
+    services.notifications =
+        std::make_unique<DBusUserNotificationCenter>(QStringLiteral("Kestrom Activity Monitor"));
+    // The delegate exists by the time any of these is called; it is made after the subsystems.
+    SessionDesktopEvents::Hooks hooks;
+    hooks.updateHistoryNotification = [&recentArchives](const QVariantMap&) {
+        recentArchives.updateRecentRepositoryCache();
+    };
+    hooks.orderMonitorWindowFront = [] {
+        if (auto* delegate = MonitorApplicationDelegate::sharedDelegate()) {
+            delegate->orderMonitorWindowFront();
+        }
+    };
+    hooks.noteRegularAppPolicyChange = [](const QString& previouslyActiveApplication) {
+        if (auto* delegate = MonitorApplicationDelegate::sharedDelegate()) {
+            delegate->noteRegularAppPolicyChange(previouslyActiveApplication);
+        }
+    };
+    // Archive status events speak through the notifier that the desktop events own, so they
+    // are made after those; start-up's delayed call finds them in place.
+    auto statusEvents = std::make_shared<std::unique_ptr<RepositoryStatusEvents>>();
+    hooks.beginMonitoringStatusChangeEvents = [statusEvents] {
+        if (*statusEvents) {
+            (*statusEvents)
+                ->beginMonitoringStatusChangeEvents(*KSConnection::switchboardConnection());
+        }
+    };
+    auto events = std::make_unique<SessionDesktopEvents>(MonitorDefaults::standardUserDefaults(),
+                                                         std::move(services), std::move(hooks));
+    MonitorUserNotifier& notifier = events->userNotifier();
+    RepositoryStatusEvents::Channels channels;
+    channels.postNotification = [](const QString& name, const QString& source,
+                                   const QVariantMap& info) {
+        KSConnection::switchboardConnection()->postNotification(name, source, info);
+    };
+    channels.notifyUser = [&notifier](int type, const QString& title, const QString& details,
+                                      const QString& identifier) {
+        notifier.notifyUser(type, title, details, identifier, {});
+    };
+    channels.unnotifyUser = [&notifier](const QString& identifier) {
+        notifier.unnotifyUserWithIdentifier(identifier);
+    };
+    *statusEvents = std::make_unique<RepositoryStatusEvents>(
+        MonitorDefaults::standardUserDefaults(), std::move(channels));
+    ProgressServices::setUserNotifier(&events->userNotifier());
+    // Nothing runs yet: the monitor starts as an accessory until a pane or a setting asks more.
+    events->updateDockMode();
+    return events;
 }

@@ -11,4 +11,7 @@ public:
 
     // The subsystems for the delegate; each call makes a fresh set.
     MonitorApplicationDelegate::Subsystems makeSubsystems() const;
+
+private:
+    std::unique_ptr<DesktopEvents> makeDesktopEvents(RecentArchives& recentArchives) const;
 };

@@ -64,11 +64,13 @@ void MonitorApplicationDelegate::applicationDidFinishLaunching()
     m_subsystems.session->disableRelaunchOnLogin();
     auto& service = CommandListenerService::sharedService();
     service.setSwitchboardName(kMonitorIdentifier);
-    m_activityWindow = std::make_unique<ActivityWindow>(
-        [this](const QString& identifier, const QVariantMap& info) {
-            return std::shared_ptr<CommandListener>(
-                monitorRunningCommandWithIdentifier(identifier, info));
-        });
+    ActivityWindow::Factory factory = [this](const QString& identifier, const QVariantMap& info) {
+        return std::shared_ptr<CommandListener>(
+            monitorRunningCommandWithIdentifier(identifier, info));
+    };
+    m_activityWindow = m_subsystems.makeActivityWindow
+                           ? m_subsystems.makeActivityWindow(*this, std::move(factory))
+                           : std::make_unique<ActivityWindow>(std::move(factory));
     service.setDelegate(m_activityWindow.get());
     m_monitorVendor = std::make_unique<KSConnectionServiceSingleton>(new MonitorServer(this));
     // Queued with the delegate as context: dropped, not run, should the delegate go first.
@@ -332,6 +334,11 @@ QByteArray MonitorApplicationDelegate::recentlyCapturedRepositories() const
 QByteArray MonitorApplicationDelegate::repositoriesForItems(const QByteArray& items) const
 {
     return m_subsystems.recentArchives->findRepositoriesForItems(items);
+}
+
+void MonitorApplicationDelegate::setDockActivityPaneCount(quint64 count)
+{
+    m_subsystems.desktopEvents->setDockActivityPaneCount(count);
 }
 
 void MonitorApplicationDelegate::setUserNotificationForType(int type, bool enabled)

@@ -58,6 +58,10 @@ public:
         std::unique_ptr<CommandRequests> commandRequests = std::make_unique<CommandRequests>();
         std::unique_ptr<ApplicationSession> session = std::make_unique<ApplicationSession>();
         std::unique_ptr<SchedulerClient> scheduler = std::make_unique<SchedulerClient>();
+        // Makes the activity window at launch; without one the quiet seam stands in.
+        std::function<std::unique_ptr<ActivityWindow>(MonitorApplicationDelegate&,
+                                                      ActivityWindow::Factory)>
+            makeActivityWindow;
     };
     using Clock = std::function<QDateTime()>;
     // An activation this soon after the monitor's own switch to a regular application is that
@@ -103,6 +107,8 @@ public:
     void refreshRecentRepositoryCache();
     QByteArray recentlyCapturedRepositories() const;
     QByteArray repositoriesForItems(const QByteArray& items) const;
+    // The activity window's pane count, shown on the dock.
+    void setDockActivityPaneCount(quint64 count);
     void setUserNotificationForType(int type, bool enabled);
     bool enabledUserNotificationForType(int type) const;
     // The monitor's own settings (mapped keys) on the main thread only, so that the setters'
