@@ -39,6 +39,7 @@ int main(int argc, char** argv)
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("kestrom-monitor"));
     QApplication::setApplicationDisplayName(QStringLiteral("Kestrom Activity Monitor"));
+    QGuiApplication::setDesktopFileName(QStringLiteral("com.kestrom.monitor"));
     QApplication::setQuitOnLastWindowClosed(false);
     Logger::setApplicationCode(kApplicationCode);
     applyOptions(app);
