@@ -8,8 +8,10 @@
 #include "activity/CommandProgressViewController.h"
 #include "activity/CommandUmbrellaViewController.h"
 #include "activity/LogViewerWindow.h"
+#include "errors/ContextualAlertInfo.h"
 #include "exception/KSException.h"
 #include "logging/LogLineIdentifier.h"
+#include "tracking/CommandInfo.h"
 
 #include <QApplication>
 #include <QDir>
@@ -141,11 +143,14 @@ void pause(const Scene::Manager& manager)
     manager->commandProgressDidUpdate({{QStringLiteral("paws"), 1500}});
 }
 
-void fail(const Scene::Manager& manager)
+void failVerify(Scene& scene)
 {
+    const auto manager =
+        scene.start(QStringLiteral("verify"), QStringLiteral("Verify Home"), kVerifyProgress);
     auto failure = std::make_shared<KSException>(KSException::exceptionWithName(
         QStringLiteral("Data"), QStringLiteral("The archive index is damaged")));
     failure->setPOSIXErr(13);
+    failure->setDetail(QStringLiteral("verify"), QStringLiteral(".Command"));
     manager->commandDidStopWithException(failure);
     QCoreApplication::processEvents(); // the end is queued on the main queue
     QCoreApplication::processEvents();
@@ -183,8 +188,7 @@ const Shot kShots[] = {
      }},
     {"verify-failure", "a verify that could not access its archive",
      [](Scene& scene) {
-         fail(
-             scene.start(QStringLiteral("verify"), QStringLiteral("Verify Home"), kVerifyProgress));
+         failVerify(scene);
          return scene.render();
      }},
     {"idle-next-action", "nothing running, the next action in five minutes",
@@ -217,8 +221,7 @@ const Shot kShots[] = {
          scene.start(QStringLiteral("merge"), QStringLiteral("Merge Layers"),
                      {{QStringLiteral("task"), QStringLiteral("Merging layers")},
                       {QStringLiteral("time"), 40}});
-         fail(
-             scene.start(QStringLiteral("verify"), QStringLiteral("Verify Home"), kVerifyProgress));
+         failVerify(scene);
          return scene.render();
      }},
 };
@@ -287,6 +290,7 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "cannot make %s\n", qPrintable(folder.path()));
         return 1;
     }
+    ContextualAlertInfo::setCommandNamer(&CommandInfo::humanReadableNameForCommandName);
     const QPalette light = QApplication::palette();
     const QString log = writeSampleLog(folder);
     bool written = true;

@@ -5,6 +5,7 @@
 #include "PacedProgress.h"
 #include "errors/ExceptionArchive.h"
 #include "exception/KSException.h"
+#include "logging/Logger.h"
 #include "messaging/KSConnectionServiceSingleton.h"
 #include "messaging/KSPublishedConnection.h"
 #include "messaging/KSSwitchboardConnection.h"
@@ -185,6 +186,11 @@ void CommandPeer::tick()
             }
             if (m_options.soft) {
                 failure.setSoft(true);
+            }
+            // As a real command does: the failure is logged first and names its line, so that
+            // View Log can open the log there.
+            if (const LogLine line = Logger::logException(failure)) {
+                failure.setDetail(line->description(), QStringLiteral(".LogLine"));
             }
             finish(failure);
         } else {

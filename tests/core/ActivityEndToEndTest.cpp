@@ -1,0 +1,115 @@
+#include "activity/ActivityWindowController.h"
+#include "activity/CommandFailureViewController.h"
+#include "activity/CommandUmbrellaViewController.h"
+#include "activity/LogViewerWindow.h"
+#include "core/MonitorActivityWindow.h"
+#include "core/MonitorApplicationDelegate.h"
+#include "errors/ContextualAlertInfo.h"
+#include "fakes/FakeApplicationSession.h"
+#include "fakes/FakeClientApplication.h"
+#include "fakes/RecordingDesktopEvents.h"
+#include "fakes/RecordingStatusItem.h"
+#include "messaging/KSPublishedConnection.h"
+#include "messaging/SwitchboardFixture.h"
+#include "support/PrivateBus.h"
+#include "tracking/CommandInfo.h"
+
+#include <QLabel>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTest>
+#include <QTextBlock>
+
+namespace {
+[[maybe_unused]] const bool s_privateBus = (PrivateBus::use(), true);
+
+// The monitor's core and its real activity window in this process, the real hub, and real
+// command processes played by kestromctl: what a person would see, checked widget by widget.
+class ActivityEndToEndTest : public SwitchboardFixture
+{
+protected:
+    void SetUp() override
+    {
+        SwitchboardFixture::SetUp();
+        ContextualAlertInfo::setCommandNamer(&CommandInfo::humanReadableNameForCommandName);
+        MonitorApplicationDelegate::initializeClass();
+        MonitorApplicationDelegate::Subsystems subsystems;
+        subsystems.statusItem = std::make_unique<RecordingStatusItem>();
+        subsystems.desktopEvents = std::make_unique<RecordingDesktopEvents>();
+        subsystems.session = std::make_unique<FakeApplicationSession>();
+        subsystems.makeActivityWindow = [this](MonitorApplicationDelegate& delegate,
+                                               ActivityWindow::Factory factory) {
+            auto window = std::make_unique<MonitorActivityWindow>(delegate, std::move(factory));
+            m_activity = window.get();
+            return window;
+        };
+        m_delegate = std::make_unique<MonitorApplicationDelegate>(std::move(subsystems));
+        m_delegate->applicationDidFinishLaunching();
+        ASSERT_NE(m_activity, nullptr);
+        ASSERT_TRUE(QTest::qWaitFor(
+            [] {
+                return KSPublishedConnection::lookUpEndpoint(QStringLiteral("com.kestrom.monitor"))
+                    .has_value();
+            },
+            30000));
+    }
+
+    void TearDown() override
+    {
+        m_delegate->applicationWillTerminate();
+        m_delegate.reset();
+        SwitchboardFixture::TearDown();
+    }
+
+    FakeClientApplication m_client;
+    std::unique_ptr<MonitorApplicationDelegate> m_delegate;
+    MonitorActivityWindow* m_activity = nullptr;
+};
+} // namespace
+
+TEST_F(ActivityEndToEndTest, AFailedVerifyShowsItsAlertAndViewLogOpensTheLogAtItsLine)
+{
+    auto verify =
+        ctl({QStringLiteral("command"), QStringLiteral("verify"), QStringLiteral("--id"),
+             QStringLiteral("test.verify.1"), QStringLiteral("--steps"), QStringLiteral("2"),
+             QStringLiteral("--interval-ms"), QStringLiteral("20"), QStringLiteral("--scenario"),
+             QStringLiteral("fail"), QStringLiteral("--fail-name"), QStringLiteral("Data"),
+             QStringLiteral("--fail-reason"), QStringLiteral("index block 7 unreadable"),
+             QStringLiteral("--failed-command"), QStringLiteral("verify")});
+    // The monitor answers on this thread: wait with the event loop running.
+    ActivityWindowController& window = m_activity->controller();
+    CommandUmbrellaViewController* pane = nullptr;
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            const auto panes = window.orderedViewControllers();
+            pane = panes.size() == 1 ? panes.first() : nullptr;
+            return pane != nullptr && pane->showingAlert();
+        },
+        60000))
+        << verify->output().toStdString();
+
+    // The "Data" alert: its texts with the command named, View Log, and no Repair Archive as
+    // the command named no archive.
+    CommandFailureViewController* failure = pane->failureViewController();
+    EXPECT_EQ(failure->failureReasonField()->text(), QStringLiteral("Verify failed"));
+    EXPECT_EQ(failure->failureDescriptionField()->text(),
+              QStringLiteral("A data integrity problem in the archive was encountered. See the "
+                             "log for the details. Consider reindexing or repairing the archive."));
+    ASSERT_NE(failure->viewLogButton(), nullptr);
+    EXPECT_EQ(failure->repairArchiveButton(), nullptr);
+    EXPECT_TRUE(window.isVisible());
+
+    // No client can be started: the monitor shows the line itself.
+    m_client.m_locateResult = ClientApplication::kApplicationNotFound;
+    failure->viewLogButton()->click();
+    LogViewerWindow& viewer = LogViewerWindow::sharedViewer();
+    ASSERT_TRUE(QTest::qWaitFor([&viewer] { return viewer.isVisible(); }, 10000));
+    const QTextBlock shown =
+        viewer.textView()->document()->findBlockByNumber(viewer.currentBlock());
+    EXPECT_TRUE(shown.text().contains(QStringLiteral("index block 7 unreadable")))
+        << shown.text().toStdString();
+    EXPECT_TRUE(viewer.highlightedBlocks().contains(viewer.currentBlock()));
+    EXPECT_TRUE(m_client.m_actions.isEmpty());
+    viewer.close();
+    ASSERT_TRUE(QTest::qWaitFor([&window] { return window.paneCount() == 0; }, 10000));
+}
