@@ -117,6 +117,7 @@ void BM_RebuildHistory(benchmark::State& state)
 BENCHMARK(BM_RebuildHistory)
     ->Args({200, 1000})
     ->Args({20, 100000})
+    ->Args({200, 100000})
     ->Unit(benchmark::kMillisecond)
     ->Iterations(1);
 

@@ -1,6 +1,7 @@
 #include "core/SessionCommandRequests.h"
 
 #include "core/CommandScriptExecutor.h"
+#include "core/UnboundedThreadPool.h"
 #include "foundation/MainQueue.h"
 #include "logging/Logger.h"
 #include "messaging/KSSwitchboardConnection.h"
@@ -25,12 +26,7 @@ QString orNull(const QString& text)
 // end: a pool of their own that grows as they come, so none waits behind another.
 QThreadPool& backgroundQueue()
 {
-    static QThreadPool* pool = [] {
-        auto* made = new QThreadPool;
-        made->setMaxThreadCount(4096);
-        made->setExpiryTimeout(10000);
-        return made;
-    }();
+    static QThreadPool* pool = makeUnboundedThreadPool();
     return *pool;
 }
 

@@ -1,5 +1,7 @@
 #include "core/TextPipeReader.h"
 
+#include "core/UnboundedThreadPool.h"
+
 #include <QRegularExpression>
 #include <QStringDecoder>
 #include <QThreadPool>
@@ -15,12 +17,7 @@ constexpr size_t kChunk = 4096;
 // script never ends: readers get a pool of their own that never makes one wait for another.
 QThreadPool& readerPool()
 {
-    static QThreadPool* pool = [] {
-        auto* made = new QThreadPool;
-        made->setMaxThreadCount(4096);
-        made->setExpiryTimeout(10000);
-        return made;
-    }();
+    static QThreadPool* pool = makeUnboundedThreadPool();
     return *pool;
 }
 } // namespace
