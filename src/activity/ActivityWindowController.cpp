@@ -4,6 +4,7 @@
 #include "activity/ActivityWindowHost.h"
 #include "activity/CommandUmbrellaViewController.h"
 #include "activity/UpgradeViewController.h"
+#include "activity/WindowPlacement.h"
 #include "foundation/MainQueue.h"
 #include "foundation/NotificationCenter.h"
 #include "messaging/KSConnection.h"
@@ -67,6 +68,7 @@ ActivityWindowController::ActivityWindowController(ActivityWindowHost* host, Clo
     Ui::ActivityWindow form;
     form.setupUi(m_window);
     m_window->setAttribute(Qt::WA_QuitOnClose, false);
+    m_placement = new WindowPlacement(m_window, WindowPlacement::defaultPath(kPlacementName));
     m_topGravity = form.topGravity;
     m_centreGravity = form.centreGravity;
     m_bottomGravity = form.bottomGravity;
@@ -116,6 +118,9 @@ ActivityWindowController::~ActivityWindowController()
         s_shared = nullptr;
     }
     m_activePaneControllers.clear();
+    if (m_window->isVisible()) {
+        m_placement->save();
+    }
     delete m_window;
 }
 

@@ -16,6 +16,7 @@ class ActivityWindowHost;
 class CommandUmbrellaViewController;
 class QVBoxLayout;
 class UpgradeViewController;
+class WindowPlacement;
 
 // The activity window: one pane per running or just-ended command in arrival order, the update
 // notice above them and the idle pane with the next scheduled action below. It makes the panes
@@ -35,6 +36,8 @@ public:
     static constexpr qint64 kUpdateCheckAgeSeconds = 3628800; // 42 days
     static constexpr quint64 kBusyDimThreshold = 12;
     static inline const QString kScheduleObserver = QStringLiteral("MonitorWindow.schedule");
+    // Where the window was left is kept under this name in the product's state folder.
+    static inline const QString kPlacementName = QStringLiteral("ActivityWindow");
 
     explicit ActivityWindowController(ActivityWindowHost* host = nullptr, Clock clock = {},
                                       QObject* parent = nullptr);
@@ -101,6 +104,7 @@ private:
     // its widgets under Qt's posted-event lock if the loop ended first.
     std::vector<std::shared_ptr<CommandUmbrellaViewController>> m_resignedPaneControllers;
     QWidget* m_window = nullptr;
+    WindowPlacement* m_placement = nullptr;
     QVBoxLayout* m_topGravity = nullptr;
     QVBoxLayout* m_centreGravity = nullptr;
     QVBoxLayout* m_bottomGravity = nullptr;

@@ -6,14 +6,19 @@
 #include "activity/FadingWindowAnimation.h"
 #include "activity/FileCommandProgressViewController.h"
 #include "activity/UpgradeViewController.h"
+#include "activity/WindowPlacement.h"
 #include "exception/KSException.h"
 #include "foundation/MainQueue.h"
 
 #include <QApplication>
 #include <QDir>
+#include <QFile>
+#include <QGuiApplication>
 #include <QLabel>
 #include <QPushButton>
+#include <QScreen>
 #include <QScrollArea>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -313,4 +318,49 @@ TEST(AutoResizingWindowTest, GrowsDownToTheAvailableAreaAndNeverShrinks)
     ASSERT_TRUE(QTest::qWaitFor([&window] { return window.height() == 400; }));
     EXPECT_EQ(window.y(), 0);
     EXPECT_FALSE(controller.windowSizeSticky());
+}
+
+TEST(WindowPlacementTest, AWindowComesBackWhereItWasLeftWhileAScreenHoldsThatPlace)
+{
+    QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("state/Test.window"));
+    const QRect screen = QGuiApplication::primaryScreen()->availableGeometry();
+    const QPoint left = screen.topLeft() + QPoint(123, 45);
+    {
+        QWidget window;
+        new WindowPlacement(&window, path);
+        window.resize(200, 100);
+        window.move(left);
+        window.show();
+        window.hide(); // hiding keeps the place
+    }
+    {
+        QWidget window;
+        const auto* placement = new WindowPlacement(&window, path);
+        EXPECT_EQ(placement->savedPosition(), left);
+        EXPECT_EQ(window.pos(), left);
+    }
+
+    // A place no screen holds any more, and a file that holds no place, are not applied.
+    const QPoint nowhere = screen.bottomRight() + QPoint(5000, 5000);
+    struct Case
+    {
+        QByteArray stored;
+        std::optional<QPoint> read;
+    };
+    const Case cases[] = {
+        {QStringLiteral(R"({"x":%1,"y":%2})").arg(nowhere.x()).arg(nowhere.y()).toUtf8(), nowhere},
+        {QByteArray(R"({"x":"left","y":3})"), std::nullopt},
+        {QByteArray("\xff\x00garbage", 9), std::nullopt}};
+    for (const Case& c : cases) {
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write(c.stored);
+        file.close();
+        QWidget window;
+        window.move(screen.topLeft());
+        const auto* placement = new WindowPlacement(&window, path);
+        EXPECT_EQ(placement->savedPosition(), c.read) << c.stored.toStdString();
+        EXPECT_EQ(window.pos(), screen.topLeft()) << c.stored.toStdString();
+    }
 }
