@@ -2,6 +2,8 @@
 
 #include "foundation/RelativeDate.h"
 #include "messaging/ClientIdentifier.h"
+#include "messaging/KSConnection.h"
+#include "messaging/KSSwitchboardConnection.h"
 #include "preferences/ImpermanentValues.h"
 #include "preferences/MonitorDefaults.h"
 #include "status/RecentCaptures.h"
@@ -144,6 +146,9 @@ int create(const QStringList& arguments)
     if (!failure.isEmpty()) {
         return complain(failure, 1);
     }
+    // The barrier proves the hub has the status notice before this process goes; without a
+    // hub there was no one to tell, and it fails at once.
+    KSConnection::switchboardConnection()->ping();
     print(QStringLiteral("uuid %1").arg(status->repositoryUUID()));
     print(QStringLiteral("mirror %1").arg(status->mirrorStatusPath()));
     return 0;

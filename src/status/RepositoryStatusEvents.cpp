@@ -37,6 +37,27 @@ void RepositoryStatusEvents::beginMonitoringStatusChangeEvents(KSSwitchboardConn
             MainQueue::dispatchMainAsync(
                 [this, uuid, mirror] { didChangeStatusForRepository(uuid, mirror); });
         });
+    catchUpWithKnownStatuses();
+}
+
+QStringList RepositoryStatusEvents::catchUpWithKnownStatuses()
+{
+    const QVariantMap stored = m_defaults.monitorRepositoryEventStates();
+    QVariantMap current;
+    QStringList fired;
+    for (const auto& status : RepositoryStatus::all()) {
+        const QString uuid = status->repositoryUUID();
+        current.insert(uuid, status->eventState());
+        const auto changes = status->eventChangesFromPreviousState(stored.value(uuid).toMap());
+        if (changes && !changes->isEmpty()) {
+            fireStatusEvents(*changes, *status);
+            fired.append(uuid);
+        }
+    }
+    if (current != stored) {
+        m_defaults.setObject(current, MonitorDefaults::kMonitorRepositoryEventStates);
+    }
+    return fired;
 }
 
 QStringList RepositoryStatusEvents::didChangeStatusForRepository(const QString& uuid,

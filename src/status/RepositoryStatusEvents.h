@@ -39,9 +39,12 @@ public:
     RepositoryStatusEvents(const RepositoryStatusEvents&) = delete;
     RepositoryStatusEvents& operator=(const RepositoryStatusEvents&) = delete;
 
-    // Observes "RepositoryStatusDidChange" on the switchboard; the notices are handled on the
-    // main thread.
+    // Observes "RepositoryStatusDidChange" on the switchboard (the notices are handled on the
+    // main thread), then catches up with the known statuses. Main thread only.
     void beginMonitoringStatusChangeEvents(KSSwitchboardConnection& switchboard);
+    // Fires what changed while the monitor was not watching, for every known archive, and
+    // forgets the states of archives that have no status any more. Answers the UUIDs that fired.
+    QStringList catchUpWithKnownStatuses();
     // Main thread only. Answers the keys that fired, none when nothing changed.
     QStringList didChangeStatusForRepository(const QString& uuid, const QString& mirrorPath);
     void fireStatusEvents(const QStringList& changes, RepositoryStatus& status);

@@ -36,15 +36,16 @@ public:
     struct Shown
     {
         QString summary;
+        QString body;
         QVariantMap hints;
     };
     QList<Shown> m_shown;
 
 public Q_SLOTS:
-    uint Notify(const QString&, uint, const QString&, const QString& summary, const QString&,
+    uint Notify(const QString&, uint, const QString&, const QString& summary, const QString& body,
                 const QStringList&, const QVariantMap& hints, int)
     {
-        m_shown.append({summary, hints});
+        m_shown.append({summary, body, hints});
         return uint(m_shown.size());
     }
     void CloseNotification(uint) {}
@@ -169,27 +170,34 @@ TEST_F(DesktopEndToEndTest, CommandsAreAnnouncedAndCountedOnTheLauncher)
                            QStringLiteral("Verify started"), QStringLiteral("Verify incomplete")}));
 }
 
-TEST_F(DesktopEndToEndTest, AnArchiveThatComesToNeedRepairIsAnnounced)
+TEST_F(DesktopEndToEndTest, ArchivesThatNeedRepairAreAnnouncedAtTheStartAndWhenTheyComeToIt)
 {
     auto watch = ctl({QStringLiteral("watch"), QStringLiteral("RepositoryStatusChanged")});
     ASSERT_TRUE(watch->waitForOutput(QStringLiteral("watching")));
     QTemporaryDir folder;
-    const QString archive = folder.filePath(QStringLiteral("Home.stromi"));
-    // Status events begin a few seconds after start-up; a save before then goes unheard, so the
-    // archive is saved again until the monitor hears one.
-    const bool announced = QTest::qWaitFor(
-        [&] {
-            auto create = ctl({QStringLiteral("archive"), QStringLiteral("create"), archive,
-                               QStringLiteral("--needs-repair"), QStringLiteral("--no-history")});
-            EXPECT_TRUE(create->finished(30000));
-            return std::any_of(
-                m_server.m_shown.cbegin(), m_server.m_shown.cend(), [](const auto& one) {
-                    return one.summary.startsWith(QStringLiteral("Archive Needs Repair"));
-                });
-        },
-        60000);
-    ASSERT_TRUE(announced) << m_monitor->output().toStdString();
-    ASSERT_TRUE(watch->waitForOutput(archive)) << watch->output().toStdString();
+    const auto announced = [this](const QString& name) {
+        return std::any_of(
+            m_server.m_shown.cbegin(), m_server.m_shown.cend(), [&name](const auto& one) {
+                return one.summary == QStringLiteral("Archive Needs Repair") && one.body == name;
+            });
+    };
+    const auto create = [&](const QString& name) {
+        auto process = ctl({QStringLiteral("archive"), QStringLiteral("create"),
+                            folder.filePath(name + QStringLiteral(".stromi")),
+                            QStringLiteral("--needs-repair"), QStringLiteral("--no-history")});
+        // This thread serves the notification server: wait with its event loop running.
+        EXPECT_TRUE(process->waitForOutput(QStringLiteral("mirror ")))
+            << process->output().toStdString();
+    };
+    // Made while the monitor is not yet watching: found when status events begin.
+    create(QStringLiteral("Early"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return announced(QStringLiteral("Early")); }, 30000))
+        << m_monitor->output().toStdString();
+    // Made while it watches: heard from the switchboard.
+    create(QStringLiteral("Later"));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return announced(QStringLiteral("Later")); }, 30000));
+    ASSERT_TRUE(watch->waitForOutput(folder.filePath(QStringLiteral("Later.stromi"))))
+        << watch->output().toStdString();
 }
 
 TEST_F(DesktopEndToEndTest, AMountedVolumeReachesTheSwitchboard)

@@ -246,4 +246,31 @@ TEST_F(RepositoryStatusEventsTest, ARepairEventFiresOnceEvenAcrossRestarts)
     EXPECT_TRUE(restarted.didChangeStatusForRepository(uuid, at(u"missing.plist"_s)).isEmpty());
 }
 
+TEST_F(RepositoryStatusEventsTest, AtTheStartWhatChangedUnwatchedFiresAndGoneArchivesAreForgotten)
+{
+    auto broken = RepositoryStatus::statusForRepository(makeArchive(u"Broken"_s));
+    broken->setProperty(true, RepositoryStatus::kNeedsRepair);
+    broken->save();
+    auto fine = RepositoryStatus::statusForRepository(makeArchive(u"Fine"_s));
+    fine->save();
+    RepositoryStatusEvents events(*m_defaults, channels());
+    // Known from an earlier run: the fine archive as it is, and one whose status is gone.
+    m_defaults->setObject(QVariantMap{{fine->repositoryUUID(), fine->eventState()},
+                                      {u"GONE"_s, broken->eventState()}},
+                          MonitorDefaults::kMonitorRepositoryEventStates);
+
+    EXPECT_EQ(events.catchUpWithKnownStatuses(), QStringList{broken->repositoryUUID()});
+    EXPECT_EQ(m_events.notified,
+              QStringList{u"3|Archive Needs Repair|Broken|"_s + broken->repositoryUUID()});
+    QStringList kept{broken->repositoryUUID(), fine->repositoryUUID()};
+    kept.sort();
+    EXPECT_EQ(m_defaults->monitorRepositoryEventStates().keys(), kept);
+    // Caught up: neither a second start nor the notice of the same save fires again.
+    EXPECT_TRUE(events.catchUpWithKnownStatuses().isEmpty());
+    EXPECT_TRUE(
+        events.didChangeStatusForRepository(broken->repositoryUUID(), broken->mirrorStatusPath())
+            .isEmpty());
+    EXPECT_EQ(m_events.notified.size(), 1);
+}
+
 } // namespace
