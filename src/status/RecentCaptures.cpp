@@ -3,6 +3,8 @@
 #include "foundation/KeyedArchive.h"
 #include "logging/Logger.h"
 #include "messaging/ClientIdentifier.h"
+#include "messaging/FullyQualifiedIdentifier.h"
+#include "messaging/NodeIdentifier.h"
 #include "preferences/PreferenceStore.h"
 #include "references/BookmarkPath.h"
 #include "references/RepositoryReference.h"
@@ -23,7 +25,6 @@ const QString kName = QStringLiteral("name");
 const QString kAlias = QStringLiteral("alias");
 const QString kDisplay = QStringLiteral("display");
 const QString kRepository = QStringLiteral("repository");
-const QString kOutline = QStringLiteral("outline");
 const QString kModified = QStringLiteral("modified");
 const char* const kRebuildOperation = "-[MonitorApplicationDelegate(MonitorDelegateCaptureHistory) "
                                       "updateRecentCaptureHistoryReevaluating:]";
@@ -41,8 +42,11 @@ class RecentCaptures::Outline
 public:
     explicit Outline(const QVariantList& entries)
     {
+        // Decoded entries share nothing; rebuilt on shared parents, an outline of many items in
+        // few folders keeps one node per distinct level instead of a whole chain per item.
+        Nodes nodes;
         for (const QVariant& entry : entries) {
-            const auto identifier = entry.value<FQIdentifier>();
+            const auto identifier = intern(entry.value<FQIdentifier>(), nodes);
             if (!identifier) {
                 continue;
             }
@@ -77,6 +81,31 @@ public:
     }
 
 private:
+    // Nodes made so far, by their parent's address and their own identifier's hash.
+    using Nodes = std::unordered_multimap<size_t, FQIdentifier>;
+
+    static FQIdentifier intern(const FQIdentifier& identifier, Nodes& nodes)
+    {
+        if (!identifier) {
+            return {};
+        }
+        FQIdentifier parent;
+        for (const QVariant& level : identifier->identifiers()) {
+            const size_t key = std::hash<const void*>()(parent.get()) ^ NodeIdentifier::hash(level);
+            const auto [first, last] = nodes.equal_range(key);
+            const auto found = std::find_if(first, last, [&](const auto& node) {
+                return node.second->parent() == parent &&
+                       NodeIdentifier::isEqual(node.second->nodeIdentifier(), level);
+            });
+            parent =
+                found != last
+                    ? found->second
+                    : nodes.emplace(key, FullyQualifiedIdentifier::withIdentifier(level, parent))
+                          ->second;
+        }
+        return parent;
+    }
+
     std::unordered_multimap<size_t, FQIdentifier> m_deep;
     QList<FQIdentifier> m_shallow;
 };
@@ -166,7 +195,7 @@ QString RecentCaptures::evaluate(const QString& name, const QString& path,
     record.info = {{kName, name}, {kAlias, alias}, {kDisplay, display}, {kModified, modified}};
     if (!url.isEmpty()) {
         record.info.insert(kRepository, url.toLocalFile());
-        record.info.insert(kOutline, outline);
+        // The outline is kept once, in the form that answers questions about items.
         record.outline = std::make_shared<const Outline>(outline);
     }
     return {};
