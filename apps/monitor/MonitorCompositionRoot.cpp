@@ -6,8 +6,6 @@
 #include "core/SessionDesktopEvents.h"
 #include "errors/ContextualAlertInfo.h"
 #include "messaging/ActionRunSummary.h"
-#include "messaging/KSConnection.h"
-#include "messaging/KSSwitchboardConnection.h"
 #include "platform/ClientApplication.h"
 #include "platform/linux/DBusClientApplication.h"
 #include "platform/linux/DBusUserNotificationCenter.h"
@@ -20,7 +18,6 @@
 #include "preferences/MonitorDefaults.h"
 #include "references/BookmarkPath.h"
 #include "status/RecentCaptures.h"
-#include "status/RepositoryStatusEvents.h"
 #include "tracking/CommandInfo.h"
 #include "tracking/ProgressServices.h"
 
@@ -86,32 +83,8 @@ MonitorCompositionRoot::makeDesktopEvents(RecentArchives& recentArchives) const
             delegate->noteRegularAppPolicyChange(previouslyActiveApplication);
         }
     };
-    // Archive status events speak through the notifier that the desktop events own, so they
-    // are made after those; start-up's delayed call finds them in place.
-    auto statusEvents = std::make_shared<std::unique_ptr<RepositoryStatusEvents>>();
-    hooks.beginMonitoringStatusChangeEvents = [statusEvents] {
-        if (*statusEvents) {
-            (*statusEvents)
-                ->beginMonitoringStatusChangeEvents(*KSConnection::switchboardConnection());
-        }
-    };
     auto events = std::make_unique<SessionDesktopEvents>(MonitorDefaults::standardUserDefaults(),
                                                          std::move(services), std::move(hooks));
-    MonitorUserNotifier& notifier = events->userNotifier();
-    RepositoryStatusEvents::Channels channels;
-    channels.postNotification = [](const QString& name, const QString& source,
-                                   const QVariantMap& info) {
-        KSConnection::switchboardConnection()->postNotification(name, source, info);
-    };
-    channels.notifyUser = [&notifier](int type, const QString& title, const QString& details,
-                                      const QString& identifier) {
-        notifier.notifyUser(type, title, details, identifier, {});
-    };
-    channels.unnotifyUser = [&notifier](const QString& identifier) {
-        notifier.unnotifyUserWithIdentifier(identifier);
-    };
-    *statusEvents = std::make_unique<RepositoryStatusEvents>(
-        MonitorDefaults::standardUserDefaults(), std::move(channels));
     ProgressServices::setUserNotifier(&events->userNotifier());
     // Nothing runs yet: the monitor starts as an accessory until a pane or a setting asks more.
     events->updateDockMode();

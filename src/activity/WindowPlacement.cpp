@@ -24,8 +24,9 @@ WindowPlacement::WindowPlacement(QWidget* window, QString path)
     , m_window(window)
     , m_path(std::move(path))
 {
-    if (const auto position = savedPosition(); position && QGuiApplication::screenAt(*position)) {
-        m_window->move(*position);
+    m_saved = savedPosition();
+    if (m_saved && QGuiApplication::screenAt(*m_saved)) {
+        m_window->move(*m_saved);
     }
     m_window->installEventFilter(this);
 }
@@ -49,10 +50,10 @@ std::optional<QPoint> WindowPlacement::savedPosition() const
     return QPoint(stored.value(kX).toInt(), stored.value(kY).toInt());
 }
 
-void WindowPlacement::save() const
+void WindowPlacement::save()
 {
     const QPoint position = m_window->pos();
-    if (savedPosition() == position) {
+    if (m_saved == position) {
         return;
     }
     QDir().mkpath(QFileInfo(m_path).path());
@@ -63,7 +64,9 @@ void WindowPlacement::save() const
         !file.commit()) {
         Logger::log(4, QStringLiteral("cannot keep the window position in %1: %2")
                            .arg(m_path, file.errorString()));
+        return;
     }
+    m_saved = position;
 }
 
 bool WindowPlacement::eventFilter(QObject* watched, QEvent* event)

@@ -21,7 +21,7 @@ public:
     static QString defaultPath(const QString& name);
     // The position stored in the file; none when there is none or it cannot be read.
     std::optional<QPoint> savedPosition() const;
-    void save() const;
+    void save();
 
 protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -29,4 +29,6 @@ protected:
 private:
     QWidget* m_window;
     QString m_path;
+    // What the file holds, so that a hide in the same place writes nothing.
+    std::optional<QPoint> m_saved;
 };

@@ -11,6 +11,7 @@
 #include "platform/TaskbarPresence.h"
 #include "platform/UserNotificationCenter.h"
 #include "preferences/MonitorDefaults.h"
+#include "status/RepositoryStatusEvents.h"
 #include "tracking/ProgressServices.h"
 
 namespace {
@@ -113,9 +114,24 @@ void SessionDesktopEvents::refreshRunningApplications()
 
 void SessionDesktopEvents::beginMonitoringStatusChangeEvents()
 {
-    if (m_hooks.beginMonitoringStatusChangeEvents) {
-        m_hooks.beginMonitoringStatusChangeEvents();
+    if (m_statusEvents) {
+        return;
     }
+    // Archive events reach the user through the same notifier and switchboard as commands'.
+    RepositoryStatusEvents::Channels channels;
+    channels.postNotification = [this](const QString& name, const QString& source,
+                                       const QVariantMap& info) {
+        post(name, source, info);
+    };
+    channels.notifyUser = [this](int type, const QString& title, const QString& details,
+                                 const QString& identifier) {
+        m_notifier->notifyUser(type, title, details, identifier, {});
+    };
+    channels.unnotifyUser = [this](const QString& identifier) {
+        m_notifier->unnotifyUserWithIdentifier(identifier);
+    };
+    m_statusEvents = std::make_unique<RepositoryStatusEvents>(m_defaults, std::move(channels));
+    m_statusEvents->beginMonitoringStatusChangeEvents(*KSConnection::switchboardConnection());
 }
 
 void SessionDesktopEvents::setDockActivityPaneCount(quint64 count)

@@ -12,6 +12,7 @@ class DockBadge;
 class MonitorDefaults;
 class MonitorUserNotifier;
 class MountTableWatcher;
+class RepositoryStatusEvents;
 class TaskbarPresence;
 class UserNotificationCenter;
 
@@ -34,11 +35,10 @@ public:
         // Posts on the switchboard; the process's hub when empty.
         Post post;
     };
-    // What lies beyond the desktop: the archive status events, the capture history, the update
-    // watch and the delegate. Any may be empty.
+    // What lies beyond the desktop: the capture history, the update watch and the delegate.
+    // Any may be empty.
     struct Hooks
     {
-        std::function<void()> beginMonitoringStatusChangeEvents;
         std::function<void(const QVariantMap& volumeInfo)> updateHistoryNotification;
         std::function<void(bool running)> setClientAppRunning;
         std::function<void()> orderMonitorWindowFront;
@@ -77,5 +77,6 @@ private:
     Services m_services;
     Hooks m_hooks;
     std::unique_ptr<MonitorUserNotifier> m_notifier;
+    std::unique_ptr<RepositoryStatusEvents> m_statusEvents;
     quint64 m_dockBadgeActivityCount = 0;
 };
