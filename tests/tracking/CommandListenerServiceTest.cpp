@@ -117,34 +117,27 @@ protected:
     qint64 m_elapsedMs = 0;
 };
 
-TEST_F(CommandListenerServiceTest, TheFirstListenerUnderAnIdentifierWinsAndIsLogged)
+TEST_F(CommandListenerServiceTest, TheFirstUnderAnIdentifierWinsRemovalIsByIdentityAndTimed)
 {
+    EXPECT_EQ(m_service.cullTimer(), nullptr);
     const auto first = makeListener();
     const auto second = makeListener();
+    const auto two = makeListener();
     m_service.addListener(first, u"cmd-1"_s);
     m_service.addListener(second, u"cmd-1"_s);
+    m_service.addListener(two, u"two"_s);
 
     EXPECT_EQ(m_service.listenerForIdentifier(u"cmd-1"_s), first);
     EXPECT_EQ(first->added, 1);
     EXPECT_EQ(second->added, 0);
     EXPECT_EQ(first->listenerService(), &m_service);
-    EXPECT_EQ(m_delegate.willAdd, QList<CommandListener*>{first.get()});
-    const auto added = m_log->linesContaining(u"added listener"_s);
-    ASSERT_EQ(added.size(), 1);
-    EXPECT_EQ(added.first().classification, 9);
-    EXPECT_EQ(added.first().message,
-              QStringLiteral("-[CommandListenerService addListener:forCommandIdentifier:] added "
-                             "listener <0x%1> for command identifier cmd-1")
-                  .arg(quintptr(first.get()), 0, 16));
-}
-
-TEST_F(CommandListenerServiceTest, RemovalIsByIdentityAndTheTimerRunsOnlyWhileListenersAre)
-{
-    EXPECT_EQ(m_service.cullTimer(), nullptr);
-    const auto one = makeListener();
-    const auto two = makeListener();
-    m_service.addListener(one, u"one"_s);
-    m_service.addListener(two, u"two"_s);
+    EXPECT_EQ(m_delegate.willAdd, (QList<CommandListener*>{first.get(), two.get()}));
+    const QString firstAddress = QString::number(quintptr(first.get()), 16);
+    EXPECT_EQ(m_log->classesOf(u"added listener"_s), (QList<int>{9, 9}));
+    EXPECT_EQ(m_log->messagesContaining(u"identifier cmd-1"_s),
+              QStringList{u"-[CommandListenerService addListener:forCommandIdentifier:] added "
+                          "listener <0x"_s +
+                          firstAddress + u"> for command identifier cmd-1"_s});
     ASSERT_NE(m_service.cullTimer(), nullptr);
     EXPECT_TRUE(m_service.cullTimer()->isActive());
     EXPECT_EQ(m_service.cullTimer()->interval(), 121000);
@@ -154,16 +147,14 @@ TEST_F(CommandListenerServiceTest, RemovalIsByIdentityAndTheTimerRunsOnlyWhileLi
     EXPECT_TRUE(m_delegate.didRemove.isEmpty()) << "a stranger changes nothing";
     EXPECT_EQ(lines(u"removed listener"_s), 0);
 
-    m_service.removeListener(one.get());
-    EXPECT_FALSE(m_service.hasListenerForCommandIdentifier(u"one"_s));
-    EXPECT_EQ(one->removed, 1);
-    EXPECT_EQ(one->listenerService(), nullptr);
-    EXPECT_EQ(m_delegate.didRemove, QList<CommandListener*>{one.get()});
-    const auto removed = m_log->linesContaining(u"removed listener"_s);
-    ASSERT_EQ(removed.size(), 1);
-    EXPECT_TRUE(removed.first().message.startsWith(
-        u"-[CommandListenerService removeListener:] removed listener <0x"_s));
-    EXPECT_TRUE(removed.first().message.endsWith(u"for command identifier one"_s));
+    m_service.removeListener(first.get());
+    EXPECT_FALSE(m_service.hasListenerForCommandIdentifier(u"cmd-1"_s));
+    EXPECT_EQ(first->removed, 1);
+    EXPECT_EQ(first->listenerService(), nullptr);
+    EXPECT_EQ(m_delegate.didRemove, QList<CommandListener*>{first.get()});
+    EXPECT_EQ(m_log->messagesContaining(u"removed listener"_s),
+              QStringList{u"-[CommandListenerService removeListener:] removed listener <0x"_s +
+                          firstAddress + u"> for command identifier cmd-1"_s});
     EXPECT_NE(m_service.cullTimer(), nullptr);
 
     m_service.removeAllListeners();
@@ -173,8 +164,14 @@ TEST_F(CommandListenerServiceTest, RemovalIsByIdentityAndTheTimerRunsOnlyWhileLi
     EXPECT_FALSE(m_service.activeListeners().has_value());
 }
 
-TEST_F(CommandListenerServiceTest, TheDelegateMakesMissingListenersOnce)
+TEST_F(CommandListenerServiceTest, TheDelegateMakesMissingListenersOnceAndTheNameCanBeSet)
 {
+    EXPECT_EQ(m_service.serviceIdentifier(), u"CommandListenerService.%1"_s.arg(uint(getpid())));
+    EXPECT_FALSE(m_service.published());
+    m_service.setSwitchboardName(u"com.kestrom.monitor"_s);
+    EXPECT_EQ(m_service.serviceIdentifier(), u"com.kestrom.monitor"_s);
+    EXPECT_TRUE(m_service.published());
+
     EXPECT_EQ(m_service.listenerForCommandIdentifier(u"none"_s, {}), nullptr);
     EXPECT_FALSE(m_service.hasListenerForCommandIdentifier(u"none"_s));
     m_delegate.makes = true;
@@ -216,9 +213,8 @@ TEST_F(CommandListenerServiceTest, ASilentListenerIsAskedOffTheMainThreadAfterAG
     const auto culled = m_log->linesContaining(u"culling dead listener"_s);
     ASSERT_EQ(culled.size(), before + 1);
     EXPECT_EQ(culled.last().classification, 9);
-    EXPECT_EQ(culled.last().message,
-              QStringLiteral("-[CommandListenerService cullTime:] culling dead listener for "
-                             "command identifier busy"));
+    EXPECT_EQ(culled.last().message, u"-[CommandListenerService cullTime:] culling dead listener "
+                                     "for command identifier busy"_s);
     EXPECT_EQ(m_service.cullTimer(), nullptr);
 }
 
@@ -250,17 +246,6 @@ TEST_F(CommandListenerServiceTest, TheTimerCallsTheCullAtTheInjectedInterval)
     ASSERT_TRUE(QTest::qWaitFor(
         [&] { return !m_service.hasListenerForCommandIdentifier(u"timed"_s); }, 30000));
     EXPECT_EQ(listener->asked.load(), 1);
-}
-
-TEST_F(CommandListenerServiceTest, TheServiceIdentifierBecomesTheSwitchboardName)
-{
-    EXPECT_EQ(m_service.serviceIdentifier(), u"CommandListenerService.%1"_s.arg(uint(getpid())));
-    EXPECT_FALSE(m_service.published());
-
-    m_service.setSwitchboardName(u"com.kestrom.monitor"_s);
-
-    EXPECT_EQ(m_service.serviceIdentifier(), u"com.kestrom.monitor"_s);
-    EXPECT_TRUE(m_service.published());
 }
 
 TEST_F(CommandListenerServiceTest, RunTimeGrowsWithTheClockFromTheFirstStartToTheFirstStop)
@@ -296,31 +281,23 @@ TEST_F(CommandListenerServiceTest, RunTimeGrowsWithTheClockFromTheFirstStartToTh
     EXPECT_EQ(listener.exception(), nullptr) << "a later success clears the failure";
 }
 
-TEST_F(CommandListenerServiceTest, AStopBeforeAnyStartDoesNotAnnounceRunningAndTheStartClearsIt)
+// A failed stop is logged with its details, a successful one is not; a start clears the failure.
+TEST_F(CommandListenerServiceTest, AStopBeforeAnyStartDoesNotAnnounceRunningAndOnlyFailuresLog)
 {
     CommandListener listener;
     QSignalSpy running(&listener, &CommandListener::commandIsRunningChanged);
-    listener.commandDidStopWithException(failure(u"early"_s));
+    listener.commandDidStopWithException(nullptr);
+    listener.commandDidStopWithException(failure(u"disk went away"_s));
     listener.commandDidStart();
     EXPECT_TRUE(listener.hasStopped());
     EXPECT_FALSE(listener.commandIsRunning());
     EXPECT_EQ(running.size(), 0);
     EXPECT_EQ(listener.exception(), nullptr);
-}
 
-TEST_F(CommandListenerServiceTest, AFailedStopIsLoggedWithItsDetailsAndASuccessIsNot)
-{
-    CommandListener listener;
-    listener.commandDidStopWithException(nullptr);
-    listener.commandDidStopWithException(failure(u"disk went away"_s));
-
-    const auto lines = m_log->linesContaining(u"command returned exception"_s);
-    ASSERT_EQ(lines.size(), 1);
-    EXPECT_EQ(lines.first().classification, 9);
-    const auto details = m_log->childrenOf(lines.first().line);
-    EXPECT_TRUE(std::any_of(details.cbegin(), details.cend(), [](const auto& line) {
-        return line.message.contains(u"disk went away"_s);
-    }));
+    EXPECT_EQ(m_log->classesOf(u"command returned exception"_s), QList<int>{9});
+    const auto logged = m_log->linesContaining(u"command returned exception"_s);
+    ASSERT_FALSE(logged.isEmpty());
+    EXPECT_FALSE(m_log->linesContaining(u"disk went away"_s, logged.first().line).isEmpty());
 }
 
 TEST_F(CommandListenerServiceTest, AListenerReleasedByItsOwnStopLivesToTheEndOfTheCall)

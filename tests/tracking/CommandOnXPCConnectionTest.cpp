@@ -164,31 +164,23 @@ TEST_F(CommandOnXPCConnectionTest, ADeadCommandIsTriedAsOftenAsTheDefaultToleran
     EXPECT_EQ(failure->name(), u"IPC"_s);
     EXPECT_EQ(failure->reason(), u"could not send message to helper process"_s);
 
-    const auto retries = m_log->linesContaining(kRetryLine);
-    ASSERT_EQ(retries.size(), 17) << "attempts 0-4, 8, 18, ..., 118";
-    EXPECT_EQ(retries.first().classification, 2);
-    for (qsizetype i = 1; i < retries.size(); ++i) {
-        EXPECT_EQ(retries.at(i).classification, 9);
-    }
-    for (const auto& retry : retries) {
+    QList<int> classes(17, 9);
+    classes[0] = 2;
+    EXPECT_EQ(m_log->classesOf(kRetryLine), classes) << "attempts 0-4, 8, 18, ..., 118";
+    for (const auto& retry : m_log->linesContaining(kRetryLine)) {
         EXPECT_TRUE(sameLine(retry.parent, context)) << "attached to the thread's line";
-        const auto details = m_log->childrenOf(retry.line);
-        ASSERT_EQ(details.size(), 1);
-        EXPECT_TRUE(details.first().message.startsWith(u"id: "_s));
-        EXPECT_TRUE(details.first().message.contains(u"c-9"_s));
+        const QStringList details = m_log->messagesContaining({}, retry.line);
+        EXPECT_TRUE(details.size() == 1 && details.first().startsWith(u"id: "_s) &&
+                    details.first().contains(u"c-9"_s))
+            << details.join(u'|').toStdString();
     }
 
-    const auto lost = m_log->linesContaining(kLostLine);
-    ASSERT_EQ(lost.size(), 1);
-    EXPECT_EQ(lost.first().classification, 4);
-    EXPECT_TRUE(sameLine(lost.first().parent, context));
-    const auto lostDetails = m_log->childrenOf(lost.first().line);
-    EXPECT_TRUE(std::any_of(lostDetails.cbegin(), lostDetails.cend(), [](const auto& line) {
-        return line.classification == 7 && line.message.startsWith(u"id: "_s);
-    }));
-    EXPECT_TRUE(std::any_of(lostDetails.cbegin(), lostDetails.cend(), [](const auto& line) {
-        return line.message.contains(u"could not send message to helper process"_s);
-    }));
+    ASSERT_EQ(m_log->classesOf(kLostLine), QList<int>{4});
+    const LogLine lost = m_log->linesContaining(kLostLine).first().line;
+    EXPECT_TRUE(sameLine(m_log->linesContaining(kLostLine).first().parent, context));
+    EXPECT_EQ(m_log->classesOf(u"id: "_s, lost), QList<int>{7});
+    EXPECT_TRUE(m_log->messagesContaining(u"id: "_s, lost).value(0).startsWith(u"id: "_s));
+    EXPECT_EQ(m_log->classesOf(u"could not send message to helper process"_s, lost).size(), 1);
 }
 
 TEST_F(CommandOnXPCConnectionTest, ANeverReachedCommandRunsNothingAndProtocolsAreKept)
@@ -273,16 +265,15 @@ TEST_F(CommandOnXPCConnectionTest, AnUnreachableCommandIsCulledAndAFailedStopDis
     ASSERT_TRUE(service().hasListenerForCommandIdentifier(u"cap-dead"_s));
 
     EXPECT_TRUE(manager->shouldBeCulledFromService(&service()));
-    const auto lines = m_log->linesContaining(u"failed to query listener"_s);
-    ASSERT_EQ(lines.size(), 1);
-    EXPECT_EQ(lines.first().classification, 9);
-    EXPECT_TRUE(lines.first().message.startsWith(
-        u"-[CommandManager shouldBeCulledFromService:] failed to query listener: "_s));
+    EXPECT_EQ(m_log->classesOf(u"failed to query listener"_s), QList<int>{9});
+    EXPECT_TRUE(
+        m_log->messagesContaining(u"failed to query listener"_s)
+            .value(0)
+            .startsWith(
+                u"-[CommandManager shouldBeCulledFromService:] failed to query listener: "_s));
 
     manager->stopCommand();
-    const auto stop = m_log->linesContaining(u"Unable to send stop request"_s);
-    ASSERT_EQ(stop.size(), 1);
-    EXPECT_EQ(stop.first().classification, 3);
+    EXPECT_EQ(m_log->classesOf(u"Unable to send stop request"_s), QList<int>{3});
     EXPECT_FALSE(service().hasListenerForCommandIdentifier(u"cap-dead"_s));
 
     CommandManager unconnected;

@@ -32,16 +32,14 @@ int main(int argc, char** argv)
             return;
         }
         poll.stop();
-        const QVariantMap progress{{u"task"_s, u"Capturing"_s}};
-        for (const QString& member : {u"commandStarted"_s, u"progressUpdate"_s}) {
-            QDBusMessage message =
-                QDBusMessage::createMethodCall(arguments.at(1), arguments.at(2),
-                                               u"com.kestrom.CommandListenerMessaging"_s, member);
-            if (member == u"progressUpdate"_s) {
-                message << KeyedArchive::archivedData(progress);
-            }
-            bus.send(message);
-        }
+        const auto call = [&](const QString& member) {
+            return QDBusMessage::createMethodCall(arguments.at(1), arguments.at(2),
+                                                  u"com.kestrom.CommandListenerMessaging"_s,
+                                                  member);
+        };
+        bus.send(call(u"commandStarted"_s));
+        bus.send(call(u"progressUpdate"_s)
+                 << KeyedArchive::archivedData(QVariantMap{{u"task"_s, u"Capturing"_s}}));
     });
     poll.start(10);
     return QCoreApplication::exec();

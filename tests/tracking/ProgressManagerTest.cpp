@@ -10,11 +10,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-QVariant nullObject()
-{
-    return QVariant::fromValue(nullptr);
-}
-
 // Pixels whose every byte says where it is, so a misplaced row or channel shows.
 QByteArray iconPixels(int side)
 {
@@ -31,6 +26,7 @@ QByteArray iconPixels(int side)
 class ProgressInterpretationTest : public ::testing::Test
 {
 protected:
+    static QVariant nullObject() { return QVariant::fromValue(nullptr); }
     void send(const QVariantMap& progress) { m_manager->commandProgressDidUpdate(progress); }
 
     std::shared_ptr<ProgressManager> m_manager = std::make_shared<ProgressManager>();
@@ -45,12 +41,11 @@ TEST_F(ProgressInterpretationTest, NullValuesCountAsAbsentAndOnlyRealChangesAreA
     QSignalSpy runTime(m_manager.get(), &ProgressManager::displayRunTimeChanged);
     send({{u"task"_s, u"Copying"_s}, {u"time"_s, 12}});
 
-    send({{u"task"_s, nullObject()},
-          {u"verb"_s, nullObject()},
-          {u"icon"_s, nullObject()},
-          {u"wait"_s, nullObject()},
-          {u"paws"_s, nullObject()},
-          {u"time"_s, nullObject()}});
+    QVariantMap nulls;
+    for (const QString& key : {u"task"_s, u"verb"_s, u"icon"_s, u"wait"_s, u"paws"_s, u"time"_s}) {
+        nulls.insert(key, nullObject());
+    }
+    send(nulls);
 
     EXPECT_EQ(m_manager->primaryDescription(), u"Copying"_s);
     EXPECT_EQ(m_manager->altDescriptionVerb(), u"Copying"_s);

@@ -54,7 +54,24 @@ public:
         return found;
     }
 
-    QList<Line> childrenOf(const LogLine& parent) const { return linesContaining({}, parent); }
+    QStringList messagesContaining(const QString& text, const LogLine& parent = nullptr) const
+    {
+        QStringList messages;
+        for (const Line& line : linesContaining(text, parent)) {
+            messages.append(line.message);
+        }
+        return messages;
+    }
+
+    // The classes of those lines, in order: their number and class in one comparison.
+    QList<int> classesOf(const QString& text, const LogLine& parent = nullptr) const
+    {
+        QList<int> classes;
+        for (const Line& line : linesContaining(text, parent)) {
+            classes.append(line.classification);
+        }
+        return classes;
+    }
 
 private:
     mutable QMutex m_mutex;
