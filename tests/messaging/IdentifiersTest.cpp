@@ -13,9 +13,11 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
-const QString kClientClass = QStringLiteral("ClientIdentifier");
-const QString kIdentifierClass = QStringLiteral("FullyQualifiedIdentifier");
+const QString kClientClass = u"ClientIdentifier"_s;
+const QString kIdentifierClass = u"FullyQualifiedIdentifier"_s;
 
 QVariant client(const QString& name, quint32 number)
 {
@@ -25,7 +27,7 @@ QVariant client(const QString& name, quint32 number)
 QVariant volume(const QString& uuid)
 {
     return QVariant::fromValue(
-        VolumeIdentifier(uuid, VolumeIdentifier::Kind::Uuid, QStringLiteral("/mnt/") + uuid));
+        VolumeIdentifier(uuid, VolumeIdentifier::Kind::Uuid, u"/mnt/"_s + uuid));
 }
 
 FQIdentifier chain(const QVariantList& levels)
@@ -34,10 +36,9 @@ FQIdentifier chain(const QVariantList& levels)
 }
 
 // alice(#5):1234-ABCD:home unless told otherwise.
-FQIdentifier home(const QVariant& who = client(QStringLiteral("alice"), 5),
-                  const QString& disk = QStringLiteral("1234-ABCD"))
+FQIdentifier home(const QVariant& who = client(u"alice"_s, 5), const QString& disk = u"1234-ABCD"_s)
 {
-    return chain({who, volume(disk), QStringLiteral("home")});
+    return chain({who, volume(disk), u"home"_s});
 }
 
 FQIdentifier below(FQIdentifier base, const QVariantList& levels)
@@ -56,10 +57,10 @@ QByteArray archivedObject(const QString& className, const QCborMap& fields)
 
 TEST(ClientIdentifier, NumbersAloneDecideHashAndDescribeAndTheWildcardGoesByName)
 {
-    const ClientIdentifier anyC(QStringLiteral("C"), ClientIdentifier::kWildcardNumber);
-    EXPECT_EQ(ClientIdentifier(QStringLiteral("A"), 5), ClientIdentifier(QStringLiteral("B"), 5));
-    EXPECT_EQ(ClientIdentifier(QStringLiteral("A"), 5), anyC);
-    EXPECT_NE(ClientIdentifier(QStringLiteral("A"), 5), ClientIdentifier(QStringLiteral("A"), 6));
+    const ClientIdentifier anyC(u"C"_s, ClientIdentifier::kWildcardNumber);
+    EXPECT_EQ(ClientIdentifier(u"A"_s, 5), ClientIdentifier(u"B"_s, 5));
+    EXPECT_EQ(ClientIdentifier(u"A"_s, 5), anyC);
+    EXPECT_NE(ClientIdentifier(u"A"_s, 5), ClientIdentifier(u"A"_s, 6));
     const struct
     {
         quint32 number;
@@ -70,94 +71,76 @@ TEST(ClientIdentifier, NumbersAloneDecideHashAndDescribeAndTheWildcardGoesByName
                  {0xF0000001, 0x1F, "A(#-268435455)"},
                  {0x80000000, 0x8, "A(#-2147483648)"}};
     for (const auto& c : cases) {
-        EXPECT_EQ(ClientIdentifier(QStringLiteral("A"), c.number).hash(), c.hash) << c.number;
-        EXPECT_EQ(ClientIdentifier(QStringLiteral("A"), c.number).description(),
+        EXPECT_EQ(ClientIdentifier(u"A"_s, c.number).hash(), c.hash) << c.number;
+        EXPECT_EQ(ClientIdentifier(u"A"_s, c.number).description(),
                   QString::fromLatin1(c.description));
     }
-    EXPECT_EQ(anyC.hash(), qHash(QStringLiteral("C")));
-    EXPECT_EQ(anyC.description(), QStringLiteral("C(#-1)"));
+    EXPECT_EQ(anyC.hash(), qHash(u"C"_s));
+    EXPECT_EQ(anyC.description(), u"C(#-1)"_s);
 }
 
 TEST(ClientIdentifier, ArchiveKeepsNameAndNumberAndDecodingChecksKindsAndPermission)
 {
     for (const quint32 number :
          {quint32(5), quint32(0x80000000), ClientIdentifier::kWildcardNumber}) {
-        const QByteArray data = KeyedArchive::archivedData(client(QStringLiteral("bob"), number));
+        const QByteArray data = KeyedArchive::archivedData(client(u"bob"_s, number));
         const auto back =
             KeyedArchive::unarchivedObject(data, {kClientClass}).value<ClientIdentifier>();
-        EXPECT_EQ(back.name(), QStringLiteral("bob"));
+        EXPECT_EQ(back.name(), u"bob"_s);
         EXPECT_EQ(back.serialNumber(), number);
         EXPECT_THROW(KeyedArchive::unarchivedObject(data, {KeyedArchive::kString}), KSException);
     }
     // An unsigned number is read as its bits.
-    const QByteArray unsignedNumber = archivedObject(
-        kClientClass, {{QStringLiteral("name"), QStringLiteral("x")},
-                       {QStringLiteral("number"), qint64(ClientIdentifier::kWildcardNumber)}});
+    const QByteArray unsignedNumber =
+        archivedObject(kClientClass, {{u"name"_s, u"x"_s},
+                                      {u"number"_s, qint64(ClientIdentifier::kWildcardNumber)}});
     EXPECT_TRUE(KeyedArchive::unarchivedObject(unsignedNumber, {kClientClass})
                     .value<ClientIdentifier>()
                     .isWildcard());
-    const QByteArray numberName =
-        archivedObject(kClientClass, {{QStringLiteral("name"), 12}, {QStringLiteral("number"), 5}});
+    const QByteArray numberName = archivedObject(kClientClass, {{u"name"_s, 12}, {u"number"_s, 5}});
     EXPECT_THROW(KeyedArchive::unarchivedObject(numberName, {kClientClass}), KSException);
 }
 
-TEST(FullyQualifiedIdentifier, ContainsDescendantsOfAnyDepthOnly)
-{
-    const FQIdentifier three = home();
-    const FQIdentifier child = below(three, {QStringLiteral("a")});
-    const FQIdentifier deeper = below(child, {42, QStringLiteral("z")});
-    EXPECT_TRUE(three->contains(child));
-    EXPECT_TRUE(three->contains(deeper));
-    EXPECT_FALSE(three->contains(home()));
-    EXPECT_FALSE(three->contains(three->parent()));
-    EXPECT_FALSE(three->contains(nullptr));
-    EXPECT_FALSE(child->contains(three));
-    EXPECT_TRUE(three->contains(below(home(), {QStringLiteral("a")})));
-    EXPECT_FALSE(
-        three->contains(below(home()->parent(), {QStringLiteral("var"), QStringLiteral("a")})))
-        << "a cousin";
-}
-
-TEST(FullyQualifiedIdentifier, ClosestAncestorIsTheDeepestSharedLevel)
+TEST(FullyQualifiedIdentifier, ContainsDescendantsOnlyAndTheClosestAncestorIsTheDeepestShared)
 {
     const FQIdentifier base = home();
-    const FQIdentifier a = below(base, {QStringLiteral("a"), QStringLiteral("x")});
-    const FQIdentifier b = below(home(), {QStringLiteral("b")});
-    EXPECT_TRUE(a->closestAncestorWith(b)->isEqual(base));
-    EXPECT_TRUE(b->closestAncestorWith(a)->isEqual(base));
-    EXPECT_TRUE(a->closestAncestorWith(base)->isEqual(base));
-    EXPECT_TRUE(a->closestAncestorWith(a)->isEqual(a));
-    EXPECT_FALSE(a->closestAncestorWith(nullptr));
-    const FQIdentifier stranger =
-        chain({client(QStringLiteral("bob"), 9), volume(QStringLiteral("1234-ABCD"))});
-    EXPECT_FALSE(a->closestAncestorWith(stranger));
-    const FQIdentifier otherVolume =
-        home(client(QStringLiteral("alice"), 5), QStringLiteral("two"));
-    EXPECT_TRUE(
-        a->closestAncestorWith(otherVolume)->isEqual(base->fullyQualifiedIdentifierOfLength(1)));
+    const FQIdentifier child = below(base, {u"a"_s});
+    const FQIdentifier deeper = below(child, {42, u"z"_s});
+    EXPECT_TRUE(base->contains(child));
+    EXPECT_TRUE(base->contains(deeper));
+    EXPECT_FALSE(base->contains(home()));
+    EXPECT_FALSE(base->contains(base->parent()));
+    EXPECT_FALSE(base->contains(nullptr));
+    EXPECT_FALSE(child->contains(base));
+    EXPECT_TRUE(base->contains(below(home(), {u"a"_s})));
+    EXPECT_FALSE(base->contains(below(home()->parent(), {u"var"_s, u"a"_s}))) << "a cousin";
+
+    const FQIdentifier sibling = below(home(), {u"b"_s});
+    EXPECT_TRUE(deeper->closestAncestorWith(sibling)->isEqual(base));
+    EXPECT_TRUE(sibling->closestAncestorWith(deeper)->isEqual(base));
+    EXPECT_TRUE(deeper->closestAncestorWith(base)->isEqual(base));
+    EXPECT_TRUE(deeper->closestAncestorWith(deeper)->isEqual(deeper));
+    EXPECT_FALSE(deeper->closestAncestorWith(nullptr));
+    EXPECT_FALSE(deeper->closestAncestorWith(chain({client(u"bob"_s, 9), volume(u"1234-ABCD"_s)})));
+    EXPECT_TRUE(deeper->closestAncestorWith(home(client(u"alice"_s, 5), u"two"_s))
+                    ->isEqual(base->fullyQualifiedIdentifierOfLength(1)));
 }
 
-TEST(FullyQualifiedIdentifier, EqualityWalksEveryLevelUpToTheRoot)
+TEST(FullyQualifiedIdentifier, EqualityWalksEveryLevelButTheHashMixesOnlyTheLeafAndItsParent)
 {
     EXPECT_TRUE(home()->isEqual(home()));
-    EXPECT_FALSE(home()->isEqual(home(client(QStringLiteral("alice"), 6))));
+    EXPECT_FALSE(home()->isEqual(home(client(u"alice"_s, 6))));
     EXPECT_FALSE(home()->isEqual(home()->parent()));
     EXPECT_FALSE(home()->isEqual(nullptr));
-    EXPECT_TRUE(
-        home()->isEqual(home(client(QStringLiteral("other"), ClientIdentifier::kWildcardNumber))));
-}
+    EXPECT_TRUE(home()->isEqual(home(client(u"other"_s, ClientIdentifier::kWildcardNumber))));
 
-TEST(FullyQualifiedIdentifier, HashMixesOnlyTheLeafAndItsParentNode)
-{
     const FQIdentifier first =
-        chain({client(QStringLiteral("alice"), 5), volume(QStringLiteral("one")),
-               QStringLiteral("a"), QStringLiteral("shared"), QStringLiteral("leaf")});
+        chain({client(u"alice"_s, 5), volume(u"one"_s), u"a"_s, u"shared"_s, u"leaf"_s});
     const FQIdentifier second =
-        chain({client(QStringLiteral("bob"), 6), volume(QStringLiteral("two")), QStringLiteral("b"),
-               QStringLiteral("shared"), QStringLiteral("leaf")});
+        chain({client(u"bob"_s, 6), volume(u"two"_s), u"b"_s, u"shared"_s, u"leaf"_s});
     EXPECT_FALSE(first->isEqual(second));
     EXPECT_EQ(first->hash(), second->hash());
-    EXPECT_EQ(first->hash(), qHash(QStringLiteral("leaf")) ^ qHash(QStringLiteral("shared")));
+    EXPECT_EQ(first->hash(), qHash(u"leaf"_s) ^ qHash(u"shared"_s));
     EXPECT_NE(first->hash(), first->parent()->hash());
     const FQIdentifier byInteger = below(home(), {7});
     const FQIdentifier byDouble = below(home(), {7.0});
@@ -165,43 +148,45 @@ TEST(FullyQualifiedIdentifier, HashMixesOnlyTheLeafAndItsParentNode)
     EXPECT_EQ(byInteger->hash(), byDouble->hash());
 }
 
-TEST(FullyQualifiedIdentifier, CompositePathAndDescription)
+TEST(FullyQualifiedIdentifier, CompositePathDescriptionAndPathOnAnOfflineVolume)
 {
-    const FQIdentifier notes =
-        below(home(), {QStringLiteral("alice"), QStringLiteral("notes.txt")});
-    EXPECT_EQ(notes->compositePath(), QStringLiteral("alice:1234-ABCD/home/alice/notes.txt"));
-    EXPECT_EQ(notes->description(), QStringLiteral("alice(#5):1234-ABCD:home:alice:notes.txt"));
-    EXPECT_EQ(home()->fullyQualifiedIdentifierOfLength(1)->compositePath(),
-              QStringLiteral("alice:"));
-    EXPECT_EQ(home()->fullyQualifiedIdentifierOfLength(1)->description(),
-              QStringLiteral("alice(#5)"));
+    const FQIdentifier notes = below(home(), {u"alice"_s, u"notes.txt"_s});
+    EXPECT_EQ(notes->compositePath(), u"alice:1234-ABCD/home/alice/notes.txt"_s);
+    EXPECT_EQ(notes->description(), u"alice(#5):1234-ABCD:home:alice:notes.txt"_s);
+    EXPECT_EQ(home()->fullyQualifiedIdentifierOfLength(1)->compositePath(), u"alice:"_s);
+    EXPECT_EQ(home()->fullyQualifiedIdentifierOfLength(1)->description(), u"alice(#5)"_s);
     const FQIdentifier numbered =
-        chain({client(QStringLiteral("bob"), 2),
-               QVariant::fromValue(VolumeIdentifier(QStringLiteral("00ab00cd00ef0012"),
-                                                    VolumeIdentifier::Kind::FileSystemId)),
-               42, QStringLiteral("x")});
-    EXPECT_EQ(numbered->compositePath(), QStringLiteral("bob:fsid:00ab00cd00ef0012/42/x"));
+        chain({client(u"bob"_s, 2),
+               QVariant::fromValue(
+                   VolumeIdentifier(u"00ab00cd00ef0012"_s, VolumeIdentifier::Kind::FileSystemId)),
+               42, u"x"_s});
+    EXPECT_EQ(numbered->compositePath(), u"bob:fsid:00ab00cd00ef0012/42/x"_s);
+
+    // A volume that is not mounted gives a path relative to it, and no file info.
+    const FQIdentifier offline =
+        below(home(client(u"alice"_s, 5), u"no-such-volume-0000"_s), {u"x"_s});
+    EXPECT_EQ(offline->fullyQualifiedIdentifierOfVolume()->fileSystemRepresentation(), QString());
+    EXPECT_EQ(offline->fileSystemPath(), u"home/x"_s);
+    EXPECT_FALSE(offline->fileInfo().has_value());
 }
 
 TEST(FullyQualifiedIdentifier, ArchiveRoundTripKeepsEveryLevelAndRefusesWhatIsNotAllowed)
 {
-    const FQIdentifier original = below(home(), {42, QStringLiteral("leaf")});
+    const FQIdentifier original = below(home(), {42, u"leaf"_s});
     const QByteArray data = KeyedArchive::archivedData(QVariant::fromValue(original));
     const auto back =
         KeyedArchive::unarchivedObject(data, {kIdentifierClass}).value<FQIdentifier>();
     ASSERT_TRUE(back);
     EXPECT_TRUE(back->isEqual(original));
     EXPECT_EQ(back->description(), original->description());
-    EXPECT_EQ(back->identifiers().at(1).value<VolumeIdentifier>().mountPath(),
-              QStringLiteral("/mnt/1234-ABCD"));
+    EXPECT_EQ(back->identifiers().at(1).value<VolumeIdentifier>().mountPath(), u"/mnt/1234-ABCD"_s);
     EXPECT_THROW(KeyedArchive::unarchivedObject(data, {kClientClass}), KSException);
 
     for (const QByteArray& refused :
          {KeyedArchive::archivedData(QVariant::fromValue(below(home(), {QByteArray("raw")}))),
           archivedObject(kIdentifierClass, {}),
           archivedObject(kIdentifierClass,
-                         {{QStringLiteral("ident"), QStringLiteral("x")},
-                          {QStringLiteral("parent"), QStringLiteral("not an identifier")}})}) {
+                         {{u"ident"_s, u"x"_s}, {u"parent"_s, u"not an identifier"_s}})}) {
         EXPECT_THROW(KeyedArchive::unarchivedObject(refused, {kIdentifierClass}), KSException);
     }
 }
@@ -209,20 +194,22 @@ TEST(FullyQualifiedIdentifier, ArchiveRoundTripKeepsEveryLevelAndRefusesWhatIsNo
 TEST(FullyQualifiedIdentifier, APathIsClientVolumeAndComponentsBelowTheMountWithLinksResolved)
 {
     QTemporaryDir folder;
-    ASSERT_TRUE(QDir(folder.path()).mkpath(QStringLiteral("sub")));
-    QFile file(folder.filePath(QStringLiteral("sub/file.txt")));
+    ASSERT_TRUE(QDir(folder.path()).mkpath(u"sub"_s));
+    QFile file(folder.filePath(u"sub/file.txt"_s));
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     const QString filePath = QFileInfo(file).canonicalFilePath();
-    const ClientIdentifier alice(QStringLiteral("alice"), 5);
-    const FQIdentifier identifier =
-        FullyQualifiedIdentifier::fullyQualifiedIdentifierWithPath(filePath, alice);
+    const auto withPath = [](const QString& path) {
+        return FullyQualifiedIdentifier::fullyQualifiedIdentifierWithPath(
+            path, ClientIdentifier(u"alice"_s, 5));
+    };
+    const FQIdentifier identifier = withPath(filePath);
     ASSERT_TRUE(identifier);
     const QVariantList levels = identifier->identifiers();
     ASSERT_GE(levels.size(), 5);
-    EXPECT_EQ(levels.at(0).value<ClientIdentifier>().name(), QStringLiteral("alice"));
+    EXPECT_EQ(levels.at(0).value<ClientIdentifier>().name(), u"alice"_s);
     const auto disk = levels.at(1).value<VolumeIdentifier>();
     EXPECT_EQ(disk, VolumeIdentifier::volumeIdentifierForPath(QDir::tempPath()));
-    QString joined = disk.mountPath() == QStringLiteral("/") ? QString() : disk.mountPath();
+    QString joined = disk.mountPath() == u"/"_s ? QString() : disk.mountPath();
     for (qsizetype i = 2; i < levels.size(); ++i) {
         joined += QLatin1Char('/') + levels.at(i).toString();
     }
@@ -231,30 +218,14 @@ TEST(FullyQualifiedIdentifier, APathIsClientVolumeAndComponentsBelowTheMountWith
     ASSERT_TRUE(identifier->fileInfo().has_value());
     EXPECT_TRUE(identifier->fileInfo()->isFile());
 
-    const QString link = folder.filePath(QStringLiteral("link"));
-    ASSERT_TRUE(QFile::link(folder.filePath(QStringLiteral("sub")), link));
-    const FQIdentifier viaLink = FullyQualifiedIdentifier::fullyQualifiedIdentifierWithPath(
-        link + QStringLiteral("/file.txt"), alice);
+    const QString link = folder.filePath(u"link"_s);
+    ASSERT_TRUE(QFile::link(folder.filePath(u"sub"_s), link));
+    const FQIdentifier viaLink = withPath(link + u"/file.txt"_s);
     ASSERT_TRUE(viaLink);
     EXPECT_TRUE(viaLink->isEqual(identifier));
-    const FQIdentifier gone = FullyQualifiedIdentifier::fullyQualifiedIdentifierWithPath(
-        QFileInfo(filePath).path() + QStringLiteral("/gone.txt"), alice);
+    const FQIdentifier gone = withPath(QFileInfo(filePath).path() + u"/gone.txt"_s);
     ASSERT_TRUE(gone);
-    EXPECT_EQ(gone->nameOfLeafIdentifier(), QStringLiteral("gone.txt"));
+    EXPECT_EQ(gone->nameOfLeafIdentifier(), u"gone.txt"_s);
     EXPECT_TRUE(gone->parent()->isEqual(identifier->parent()));
     EXPECT_FALSE(gone->fileInfo()->exists());
-}
-
-TEST(FullyQualifiedIdentifier, OfflineVolumeHasNoFileInfo)
-{
-    const FQIdentifier identifier =
-        chain({client(QStringLiteral("alice"), 5),
-               QVariant::fromValue(VolumeIdentifier(QStringLiteral("no-such-volume-0000"),
-                                                    VolumeIdentifier::Kind::Uuid,
-                                                    QStringLiteral("/mnt/never-mounted"))),
-               QStringLiteral("home"), QStringLiteral("x")});
-    EXPECT_EQ(identifier->fullyQualifiedIdentifierOfVolume()->fileSystemRepresentation(),
-              QString());
-    EXPECT_EQ(identifier->fileSystemPath(), QStringLiteral("home/x"));
-    EXPECT_FALSE(identifier->fileInfo().has_value());
 }

@@ -15,18 +15,9 @@
 #include <QTest>
 #include <gtest/gtest.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
-QSet<QString> setOf(std::initializer_list<QString> names)
-{
-    return QSet<QString>(names);
-}
-
-QStringList interfaceFiles()
-{
-    return QDir(ProtocolCatalogue::resourceFolder())
-        .entryList({QStringLiteral("*.xml")}, QDir::Files, QDir::Name);
-}
-
 // Stands in for the installer's component record, which lives in another program.
 struct TestInstallComponent
 {
@@ -40,186 +31,172 @@ TEST(ProtocolCatalogueFiles, EveryProtocolOfTheTreeHasExactlyOneFile)
 {
     QStringList expected;
     for (const QString& protocol : ProtocolCatalogue::protocols()) {
-        expected.append(ProtocolCatalogue::interfaceName(protocol) + QStringLiteral(".xml"));
-    }
-    expected.sort();
-    EXPECT_EQ(interfaceFiles(), expected);
-    EXPECT_EQ(ProtocolCatalogue::protocols().size(), 26);
-    // Only the protocol that gathers the component protocols adds nothing of its own.
-    for (const QString& protocol : ProtocolCatalogue::protocols()) {
+        expected.append(ProtocolCatalogue::interfaceName(protocol) + u".xml"_s);
+        // Only the protocol that gathers the component protocols adds nothing of its own.
         EXPECT_EQ(ProtocolCatalogue::ownMembersOf(protocol).isEmpty(),
                   protocol == u"KSComponentServing")
             << protocol.toStdString();
     }
-}
-
-TEST(ProtocolCatalogueCommands, CommandNamesMapThroughTheTableElseToThePlainProtocol)
-{
-    const std::pair<const char*, const char*> cases[] = {
-        {"open", "CommandMessaging"},
-        {"Capture", "CommandMessaging"},
-        {"", "CommandMessaging"},
-        {"delete", "RepositoryCommandMessaging"},
-        {"erase", "DeleteItemCommandMessaging"},
-        {"correction", "CorrectionCommandMessaging"}};
-    for (const auto& [name, protocol] : cases) {
-        EXPECT_EQ(ProtocolCatalogue::protocolForCommandName(QString::fromLatin1(name)),
-                  QString::fromLatin1(protocol))
-            << name;
-    }
-}
-
-TEST(ProtocolCatalogueCommands, OnlyProxiesWhoseChainAddsAMemberOfferIt)
-{
-    const QString addNode = QStringLiteral("addNodeIdentifiedBy");
-    for (const char* name : {"verify", "reindex", "delete", "open", "capture"}) {
-        const QString protocol =
-            ProtocolCatalogue::protocolForCommandName(QString::fromLatin1(name));
-        EXPECT_FALSE(ProtocolCatalogue::declares(protocol, addNode)) << name;
-    }
-    for (const char* name : {"erase", "restore", "recall", "combine"}) {
-        const QString protocol =
-            ProtocolCatalogue::protocolForCommandName(QString::fromLatin1(name));
-        EXPECT_TRUE(ProtocolCatalogue::declares(protocol, addNode)) << name;
-    }
-    const QString verify = ProtocolCatalogue::protocolForCommandName(QStringLiteral("verify"));
-    EXPECT_TRUE(ProtocolCatalogue::declares(verify, QStringLiteral("setRepositoryRef")));
-    EXPECT_TRUE(ProtocolCatalogue::declares(verify, QStringLiteral("barrierWithCompletion")));
-    EXPECT_FALSE(
-        ProtocolCatalogue::declares(verify, QStringLiteral("setComponentPreferenceValue")));
+    expected.sort();
     EXPECT_EQ(
-        ProtocolCatalogue::declaringProtocol(QStringLiteral("RecallCommandMessaging"), addNode),
-        QStringLiteral("RestoreCommandMessaging"));
+        QDir(ProtocolCatalogue::resourceFolder()).entryList({u"*.xml"_s}, QDir::Files, QDir::Name),
+        expected);
+    EXPECT_EQ(ProtocolCatalogue::protocols().size(), 26);
 }
 
-TEST(ProtocolCatalogueTree, RecallReachesEveryAncestorOnceNearestFirst)
+// Command names map through the table, else to the plain protocol; only proxies whose chain
+// adds a member offer it.
+TEST(ProtocolCatalogueCommands, NamesMapToProtocolsThatOfferTheirChainsMembers)
 {
-    const QStringList chain = ProtocolCatalogue::chainOf(QStringLiteral("RecallCommandMessaging"));
-    const QStringList expected{
-        QStringLiteral("RecallCommandMessaging"),     QStringLiteral("RestoreCommandMessaging"),
-        QStringLiteral("RepositoryCommandMessaging"), QStringLiteral("CommandMessaging"),
-        QStringLiteral("KSComponentServing"),         QStringLiteral("KSComponentMessaging"),
-        QStringLiteral("KSComponentInstalling")};
-    EXPECT_EQ(chain, expected);
+    const struct
+    {
+        const char* name;
+        const char* protocol;
+        bool addsNodes;
+    } cases[] = {{"open", "CommandMessaging", false},
+                 {"Capture", "CommandMessaging", false},
+                 {"", "CommandMessaging", false},
+                 {"capture", "CaptureCommandMessaging", false},
+                 {"delete", "RepositoryCommandMessaging", false},
+                 {"verify", "RepositoryCommandMessaging", false},
+                 {"reindex", "RepositoryCommandMessaging", false},
+                 {"correction", "CorrectionCommandMessaging", false},
+                 {"erase", "DeleteItemCommandMessaging", true},
+                 {"restore", "RestoreCommandMessaging", true},
+                 {"recall", "RecallCommandMessaging", true},
+                 {"combine", "CombineCommandMessaging", true}};
+    const QString addNode = u"addNodeIdentifiedBy"_s;
+    for (const auto& c : cases) {
+        const QString protocol = ProtocolCatalogue::protocolForCommandName(QLatin1String(c.name));
+        EXPECT_EQ(protocol, QLatin1String(c.protocol)) << c.name;
+        EXPECT_EQ(ProtocolCatalogue::declares(protocol, addNode), c.addsNodes) << c.name;
+    }
+    const QString verify = ProtocolCatalogue::protocolForCommandName(u"verify"_s);
+    EXPECT_TRUE(ProtocolCatalogue::declares(verify, u"setRepositoryRef"_s));
+    EXPECT_TRUE(ProtocolCatalogue::declares(verify, u"barrierWithCompletion"_s));
+    EXPECT_FALSE(ProtocolCatalogue::declares(verify, u"setComponentPreferenceValue"_s));
+    EXPECT_EQ(ProtocolCatalogue::declaringProtocol(u"RecallCommandMessaging"_s, addNode),
+              u"RestoreCommandMessaging"_s);
 }
 
-TEST(ProtocolCatalogueTree, SharedAncestorsAppearOnceAndUnknownProtocolsHaveNone)
+TEST(ProtocolCatalogueTree, ChainsHoldEveryAncestorOnceNearestFirstAndUnknownProtocolsNone)
 {
-    const QStringList chain = ProtocolCatalogue::chainOf(QStringLiteral("StromMonitoring"));
-    EXPECT_EQ(chain.size(), 6);
-    EXPECT_EQ(chain.count(QStringLiteral("KSComponentServing")), 1);
-    EXPECT_TRUE(chain.contains(QStringLiteral("CommandListenerServiceProvider")));
-    const QString unknown = QStringLiteral("NoSuchMessaging");
-    EXPECT_TRUE(ProtocolCatalogue::chainOf(unknown).isEmpty());
-    EXPECT_FALSE(ProtocolCatalogue::declares(unknown, QStringLiteral("barrierWithCompletion")));
+    EXPECT_EQ(ProtocolCatalogue::chainOf(u"RecallCommandMessaging"_s),
+              (QStringList{u"RecallCommandMessaging"_s, u"RestoreCommandMessaging"_s,
+                           u"RepositoryCommandMessaging"_s, u"CommandMessaging"_s,
+                           u"KSComponentServing"_s, u"KSComponentMessaging"_s,
+                           u"KSComponentInstalling"_s}));
+    const QStringList shared = ProtocolCatalogue::chainOf(u"StromMonitoring"_s);
+    EXPECT_EQ(shared.size(), 6);
+    EXPECT_EQ(shared.count(u"KSComponentServing"_s), 1);
+    EXPECT_TRUE(shared.contains(u"CommandListenerServiceProvider"_s));
+    EXPECT_TRUE(ProtocolCatalogue::chainOf(u"NoSuchMessaging"_s).isEmpty());
+    EXPECT_FALSE(ProtocolCatalogue::declares(u"NoSuchMessaging"_s, u"barrierWithCompletion"_s));
 }
 
 TEST(ProtocolCatalogueClasses, ObjectArgumentsAcceptTheirDeclaredClassOnly)
 {
-    EXPECT_EQ(ProtocolCatalogue::allowedClassesFor(QStringLiteral("DeleteItemCommandMessaging"),
-                                                   QStringLiteral("addNodeIdentifiedBy"), 0),
-              setOf({QStringLiteral("FullyQualifiedIdentifier")}));
-    EXPECT_EQ(ProtocolCatalogue::allowedClassesFor(QStringLiteral("MergeCommandMessaging"),
-                                                   QStringLiteral("setRetainDeletedItemsDate"), 0),
-              setOf({KeyedArchive::kDate}));
-    // Strings that may be nil: a string or null, in either direction.
-    const QString repair = QStringLiteral("RepairCommandMessaging");
-    for (const char* member :
-         {"setActionUUID", "setCustomDescription", "setAlternateKeyFilePath"}) {
-        EXPECT_EQ(ProtocolCatalogue::allowedClassesFor(repair, QString::fromLatin1(member), 0),
-                  NilableString::allowedClasses())
-            << member;
+    const QSet<QString> nilable = NilableString::allowedClasses(); // a string or null
+    const QString repair = u"RepairCommandMessaging"_s;
+    const struct
+    {
+        QString protocol;
+        QString member;
+        int index;
+        bool reply;
+        QSet<QString> allowed;
+    } cases[] = {{u"DeleteItemCommandMessaging"_s,
+                  u"addNodeIdentifiedBy"_s,
+                  0,
+                  false,
+                  {u"FullyQualifiedIdentifier"_s}},
+                 {u"MergeCommandMessaging"_s,
+                  u"setRetainDeletedItemsDate"_s,
+                  0,
+                  false,
+                  {KeyedArchive::kDate}},
+                 {repair, u"setActionUUID"_s, 0, false, nilable},
+                 {repair, u"setCustomDescription"_s, 0, false, nilable},
+                 {repair, u"setAlternateKeyFilePath"_s, 0, false, nilable},
+                 {repair, u"queryActionUUIDWithReply"_s, 0, true, nilable},
+                 {repair, u"queryCustomDescriptionWithReply"_s, 0, true, nilable},
+                 {repair, u"queryDisplayDescriptionWithReply"_s, 0, true, nilable},
+                 {repair, u"queryAlternateKeyFilePathWithReply"_s, 0, true, nilable},
+                 {u"StromScheduling"_s,
+                  u"queryNextScheduledActionInfoWithReply"_s,
+                  0,
+                  true,
+                  {KeyedArchive::kDictionary}},
+                 // Plain values, missing arguments and members the chain lacks accept no archive.
+                 {u"DumpCommandMessaging"_s, u"setDumpFlags"_s, 1, false, {}},
+                 {u"DeleteItemCommandMessaging"_s, u"addNodeIdentifiedBy"_s, 1, false, {}},
+                 {u"RepositoryCommandMessaging"_s, u"addNodeIdentifiedBy"_s, 0, false, {}}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(c.reply ? ProtocolCatalogue::allowedReplyClassesFor(c.protocol, c.member, c.index)
+                          : ProtocolCatalogue::allowedClassesFor(c.protocol, c.member, c.index),
+                  c.allowed)
+            << c.member.toStdString() << " " << c.index;
     }
-    for (const char* member :
-         {"queryActionUUIDWithReply", "queryCustomDescriptionWithReply",
-          "queryDisplayDescriptionWithReply", "queryAlternateKeyFilePathWithReply"}) {
-        EXPECT_EQ(ProtocolCatalogue::allowedReplyClassesFor(repair, QString::fromLatin1(member), 0),
-                  NilableString::allowedClasses())
-            << member;
-    }
-    // Plain values, missing arguments and members the chain lacks accept no archive.
-    EXPECT_TRUE(ProtocolCatalogue::allowedClassesFor(QStringLiteral("DumpCommandMessaging"),
-                                                     QStringLiteral("setDumpFlags"), 1)
-                    .isEmpty());
-    EXPECT_TRUE(ProtocolCatalogue::allowedClassesFor(QStringLiteral("DeleteItemCommandMessaging"),
-                                                     QStringLiteral("addNodeIdentifiedBy"), 1)
-                    .isEmpty());
-    EXPECT_TRUE(ProtocolCatalogue::allowedClassesFor(QStringLiteral("RepositoryCommandMessaging"),
-                                                     QStringLiteral("addNodeIdentifiedBy"), 0)
-                    .isEmpty());
 }
 
 TEST(ProtocolCatalogueClasses, InstallParametersAcceptInstallerClassesOnlyOnceKnown)
 {
-    const QString protocol = ProtocolCatalogue::protocolForCommandName(QStringLiteral("install"));
-    const QString member = QStringLiteral("setInstallParameters");
-    const QString component = QStringLiteral("InstallComponent");
+    const QString protocol = ProtocolCatalogue::protocolForCommandName(u"install"_s);
+    const QString member = u"setInstallParameters"_s;
+    const QString component = u"InstallComponent"_s;
     ASSERT_FALSE(KeyedArchive::isRegisteredClass(component));
 
     const QSet<QString> before = ProtocolCatalogue::allowedClassesFor(protocol, member, 0);
-    EXPECT_FALSE(before.contains(component));
-    EXPECT_FALSE(before.contains(QStringLiteral("ActionPowerRequest")));
-    EXPECT_TRUE(before.contains(KeyedArchive::kDictionary));
-    EXPECT_TRUE(before.contains(KeyedArchive::kArray));
-    EXPECT_TRUE(before.contains(KeyedArchive::kString));
-    EXPECT_TRUE(before.contains(KeyedArchive::kNumber));
-    EXPECT_FALSE(before.contains(KeyedArchive::kData));
+    for (const QString& name : {KeyedArchive::kDictionary, KeyedArchive::kArray,
+                                KeyedArchive::kString, KeyedArchive::kNumber}) {
+        EXPECT_TRUE(before.contains(name)) << name.toStdString();
+    }
+    for (const QString& name : {component, u"ActionPowerRequest"_s, KeyedArchive::kData}) {
+        EXPECT_FALSE(before.contains(name)) << name.toStdString();
+    }
 
     // What a peer sends: {"component": InstallComponent{"name": "helper"}}.
     const QByteArray parameters =
         QCborValue(
-            QCborMap{{QStringLiteral("component"),
+            QCborMap{{u"component"_s,
                       QCborValue(QCborTag(27),
-                                 QCborArray{component, QCborMap{{QStringLiteral("name"),
-                                                                 QStringLiteral("helper")}}})}})
+                                 QCborArray{component, QCborMap{{u"name"_s, u"helper"_s}}})}})
             .toCbor();
     EXPECT_ANY_THROW(KeyedArchive::unarchivedObject(parameters, before));
 
     KeyedArchive::registerClass<TestInstallComponent>(
         component,
         [](const QVariant& object) {
-            return QVariantMap{{QStringLiteral("name"), object.value<TestInstallComponent>().name}};
+            return QVariantMap{{u"name"_s, object.value<TestInstallComponent>().name}};
         },
         [](const KeyedDecoder& coder) {
-            return QVariant::fromValue(TestInstallComponent{
-                coder.decodeStringObject(QStringLiteral("name")).value_or(QString())});
+            return QVariant::fromValue(
+                TestInstallComponent{coder.decodeStringObject(u"name"_s).value_or(QString())});
         });
     const QSet<QString> after = ProtocolCatalogue::allowedClassesFor(protocol, member, 0);
-    EXPECT_EQ(after, before + setOf({component}));
+    EXPECT_EQ(after, before + QSet<QString>{component});
     const QVariantMap decoded = KeyedArchive::unarchivedObject(parameters, after).toMap();
-    EXPECT_EQ(decoded.value(QStringLiteral("component")).value<TestInstallComponent>().name,
-              QStringLiteral("helper"));
+    EXPECT_EQ(decoded.value(u"component"_s).value<TestInstallComponent>().name, u"helper"_s);
 }
 
-TEST(ProtocolCatalogueClasses, RunSummariesMayHoldTextAndKnownSummaries)
+TEST(ProtocolCatalogueClasses, RunSummariesMayHoldTextAndKnownOnesAndTheListenerIsAProxy)
 {
-    const QString scheduler = QStringLiteral("StromScheduling");
-    const QString member = QStringLiteral("queryRunSummariesWithReply");
-    const QSet<QString> classes = ProtocolCatalogue::allowedReplyClassesFor(scheduler, member, 0);
+    const QSet<QString> classes = ProtocolCatalogue::allowedReplyClassesFor(
+        u"StromScheduling"_s, u"queryRunSummariesWithReply"_s, 0);
     EXPECT_TRUE(classes.contains(KeyedArchive::kDictionary));
     EXPECT_TRUE(classes.contains(KeyedArchive::kString));
-    EXPECT_EQ(classes.contains(QStringLiteral("ActionRunSummary")),
-              KeyedArchive::isRegisteredClass(QStringLiteral("ActionRunSummary")));
-    EXPECT_EQ(ProtocolCatalogue::allowedReplyClassesFor(
-                  scheduler, QStringLiteral("queryNextScheduledActionInfoWithReply"), 0),
-              setOf({KeyedArchive::kDictionary}));
-}
+    EXPECT_EQ(classes.contains(u"ActionRunSummary"_s),
+              KeyedArchive::isRegisteredClass(u"ActionRunSummary"_s));
 
-TEST(ProtocolCatalogueClasses, TheListenerTravelsAsAProxy)
-{
-    const QString member = QStringLiteral("queryListenerForCommandIdentifier");
-    for (const char* protocol : {"StromMonitoring", "StromScheduling"}) {
-        EXPECT_EQ(
-            ProtocolCatalogue::proxyProtocolForReply(QString::fromLatin1(protocol), member, 0),
-            QStringLiteral("CommandListenerMessaging"));
-        EXPECT_TRUE(
-            ProtocolCatalogue::proxyProtocolForReply(QString::fromLatin1(protocol), member, 1)
-                .isEmpty());
+    const QString member = u"queryListenerForCommandIdentifier"_s;
+    for (const QString& protocol : {u"StromMonitoring"_s, u"StromScheduling"_s}) {
+        EXPECT_EQ(ProtocolCatalogue::proxyProtocolForReply(protocol, member, 0),
+                  u"CommandListenerMessaging"_s);
+        EXPECT_TRUE(ProtocolCatalogue::proxyProtocolForReply(protocol, member, 1).isEmpty());
     }
-    EXPECT_TRUE(
-        ProtocolCatalogue::proxyProtocolForReply(QStringLiteral("StromSwitchboarding"),
-                                                 QStringLiteral("queryEndpointForIdentifier"), 0)
-            .isEmpty());
+    EXPECT_TRUE(ProtocolCatalogue::proxyProtocolForReply(u"StromSwitchboarding"_s,
+                                                         u"queryEndpointForIdentifier"_s, 0)
+                    .isEmpty());
 }
 
 namespace {
@@ -257,19 +234,18 @@ TEST(ProtocolCatalogueProxies, OneWayMembersDoNotWaitAndNilStaysApartFromTheEmpt
     if (qEnvironmentVariableIsEmpty("DBUS_SESSION_BUS_ADDRESS")) {
         GTEST_SKIP() << "needs a session bus";
     }
-    QDBusConnection server = QDBusConnection::connectToBus(QDBusConnection::SessionBus,
-                                                           QStringLiteral("catalogue-server"));
-    QDBusConnection client = QDBusConnection::connectToBus(QDBusConnection::SessionBus,
-                                                           QStringLiteral("catalogue-client"));
+    QDBusConnection server =
+        QDBusConnection::connectToBus(QDBusConnection::SessionBus, u"catalogue-server"_s);
+    QDBusConnection client =
+        QDBusConnection::connectToBus(QDBusConnection::SessionBus, u"catalogue-client"_s);
     ASSERT_TRUE(server.isConnected());
     ASSERT_TRUE(client.isConnected());
     ActionKeeper command;
-    ASSERT_TRUE(server.registerObject(QStringLiteral("/command"), &command,
-                                      QDBusConnection::ExportAllSlots));
+    ASSERT_TRUE(server.registerObject(u"/command"_s, &command, QDBusConnection::ExportAllSlots));
 
-    CommandMessagingProxy proxy(server.baseService(), QStringLiteral("/command"), client);
+    CommandMessagingProxy proxy(server.baseService(), u"/command"_s, client);
     int sent = 0;
-    for (const QString& uuid : {QString(), QStringLiteral(""), QStringLiteral("6F1C")}) {
+    for (const QString& uuid : {QString(), u""_s, u"6F1C"_s}) {
         // The command is served on this very thread: a call that waited for its reply could
         // not return before the command ran.
         proxy.setActionUUID(NilableString::archived(uuid));
@@ -284,9 +260,9 @@ TEST(ProtocolCatalogueProxies, OneWayMembersDoNotWaitAndNilStaysApartFromTheEmpt
     EXPECT_FALSE(command.setWantedReply);
     EXPECT_TRUE(command.queryWantedReply);
 
-    server.unregisterObject(QStringLiteral("/command"));
-    QDBusConnection::disconnectFromBus(QStringLiteral("catalogue-client"));
-    QDBusConnection::disconnectFromBus(QStringLiteral("catalogue-server"));
+    server.unregisterObject(u"/command"_s);
+    QDBusConnection::disconnectFromBus(u"catalogue-client"_s);
+    QDBusConnection::disconnectFromBus(u"catalogue-server"_s);
 }
 
 #include "ProtocolCatalogueTest.moc"

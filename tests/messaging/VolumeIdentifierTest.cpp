@@ -15,6 +15,8 @@
 #include <sys/stat.h>
 #include <tuple>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 const QByteArray kMountInfo = "22 27 0:21 / /proc rw,relatime - proc proc rw\n"
                               "27 1 254:0 / / rw,relatime shared:1 - ext4 /dev/vda rw\n"
@@ -34,40 +36,12 @@ std::optional<dev_t> deviceOf(const QString& path)
     return info.st_dev;
 }
 
-// A by-uuid folder whose links point at plain files standing in for device nodes.
-class FakeDisks
-{
-public:
-    FakeDisks()
-    {
-        QDir(m_root.path()).mkpath(QStringLiteral("dev"));
-        QDir(m_root.path()).mkpath(QStringLiteral("by-uuid"));
-    }
-
-    QString addDisk(const QString& node, const QString& uuid)
-    {
-        const QString nodePath = m_root.filePath(QStringLiteral("dev/") + node);
-        QFile file(nodePath);
-        if (!file.open(QIODevice::WriteOnly) ||
-            !QFile::link(QStringLiteral("../dev/") + node,
-                         uuidFolder() + QLatin1Char('/') + uuid)) {
-            return {};
-        }
-        return QFileInfo(nodePath).canonicalFilePath();
-    }
-
-    QString uuidFolder() const { return m_root.filePath(QStringLiteral("by-uuid")); }
-
-private:
-    QTemporaryDir m_root;
-};
-
 MountTable::Mount mountOf(const QString& source, const QString& mountPoint)
 {
     MountTable::Mount mount;
     mount.source = source;
     mount.mountPoint = mountPoint;
-    mount.root = QStringLiteral("/");
+    mount.root = u"/"_s;
     return mount;
 }
 } // namespace
@@ -77,10 +51,10 @@ TEST(MountTable, ParsesLinesAndFindsTheLongestMountPointByWholeComponents)
     const MountTable table = MountTable::fromMountInfo(kMountInfo);
     ASSERT_EQ(table.mounts().size(), 6);
     const MountTable::Mount& sda1 = table.mounts().at(2);
-    EXPECT_EQ(sda1.fileSystemType, QStringLiteral("ext4"));
+    EXPECT_EQ(sda1.fileSystemType, u"ext4"_s);
     EXPECT_EQ(sda1.major, 8U);
     EXPECT_EQ(sda1.minor, 1U);
-    EXPECT_EQ(table.mounts().at(4).root, QStringLiteral("/exports/x"));
+    EXPECT_EQ(table.mounts().at(4).root, u"/exports/x"_s);
 
     const std::pair<const char*, const char*> containing[] = {
         {"/mnt/ab/x", "/dev/sda2"},
@@ -92,26 +66,12 @@ TEST(MountTable, ParsesLinesAndFindsTheLongestMountPointByWholeComponents)
         EXPECT_EQ(table.mountContaining(QString::fromUtf8(path))->source, QString::fromUtf8(source))
             << path;
     }
-    EXPECT_FALSE(MountTable().mountContaining(QStringLiteral("/")).has_value());
-    EXPECT_EQ(table.mountAt(QStringLiteral("/mnt/a"))->major, 0U);
-    EXPECT_FALSE(table.mountAt(QStringLiteral("/mnt")).has_value());
-    EXPECT_EQ(MountTable::componentsBelow(QStringLiteral("/mnt/a/x/y"), QStringLiteral("/mnt/a")),
-              (QStringList{QStringLiteral("x"), QStringLiteral("y")}));
-    EXPECT_TRUE(MountTable::componentsBelow(QStringLiteral("/mnt/abc"), QStringLiteral("/mnt/a"))
-                    .isEmpty());
-}
-
-TEST(VolumeIdentifier, UuidFoundByTheLinkToTheMountedNode)
-{
-    FakeDisks disks;
-    const QString node = disks.addDisk(QStringLiteral("sdz1"), QStringLiteral("1111-2222"));
-    ASSERT_FALSE(node.isEmpty());
-    ASSERT_FALSE(disks.addDisk(QStringLiteral("sdz2"), QStringLiteral("3333-4444")).isEmpty());
-    const auto identifier = VolumeIdentifier::volumeIdentifierForMount(
-        mountOf(node, QStringLiteral("/mnt/z")), disks.uuidFolder());
-    EXPECT_EQ(identifier.kind(), VolumeIdentifier::Kind::Uuid);
-    EXPECT_EQ(identifier.identifier(), QStringLiteral("1111-2222"));
-    EXPECT_EQ(identifier.mountPath(), QStringLiteral("/mnt/z"));
+    EXPECT_FALSE(MountTable().mountContaining(u"/"_s).has_value());
+    EXPECT_EQ(table.mountAt(u"/mnt/a"_s)->major, 0U);
+    EXPECT_FALSE(table.mountAt(u"/mnt"_s).has_value());
+    EXPECT_EQ(MountTable::componentsBelow(u"/mnt/a/x/y"_s, u"/mnt/a"_s),
+              (QStringList{u"x"_s, u"y"_s}));
+    EXPECT_TRUE(MountTable::componentsBelow(u"/mnt/abc"_s, u"/mnt/a"_s).isEmpty());
 }
 
 TEST(VolumeIdentifier, WithoutUuidTheFileSystemIdNamesTheVolume)
@@ -119,33 +79,49 @@ TEST(VolumeIdentifier, WithoutUuidTheFileSystemIdNamesTheVolume)
     QTemporaryDir emptyFolder;
     QTemporaryDir first;
     QTemporaryDir second;
-    const auto a = VolumeIdentifier::volumeIdentifierForMount(
-        mountOf(QStringLiteral("tmpfs"), first.path()), emptyFolder.path());
-    const auto b = VolumeIdentifier::volumeIdentifierForMount(
-        mountOf(QStringLiteral("tmpfs"), second.path()), emptyFolder.path());
+    const auto a = VolumeIdentifier::volumeIdentifierForMount(mountOf(u"tmpfs"_s, first.path()),
+                                                              emptyFolder.path());
+    const auto b = VolumeIdentifier::volumeIdentifierForMount(mountOf(u"tmpfs"_s, second.path()),
+                                                              emptyFolder.path());
     ASSERT_EQ(a.kind(), VolumeIdentifier::Kind::FileSystemId);
     EXPECT_EQ(QByteArray::fromHex(a.identifier().toLatin1()).size(), 8);
-    EXPECT_EQ(a.description(), QStringLiteral("fsid:") + a.identifier());
+    EXPECT_EQ(a.description(), u"fsid:"_s + a.identifier());
     if (deviceOf(first.path()) == deviceOf(second.path())) {
         EXPECT_EQ(a, b);
     }
     // With no mount point to ask either, the device number names it.
-    MountTable::Mount mount = mountOf(QStringLiteral("none"), QStringLiteral("/no/such/mount"));
+    MountTable::Mount mount = mountOf(u"none"_s, u"/no/such/mount"_s);
     mount.major = 0;
     mount.minor = 77;
     const auto byDevice = VolumeIdentifier::volumeIdentifierForMount(mount, emptyFolder.path());
     EXPECT_EQ(byDevice.kind(), VolumeIdentifier::Kind::DeviceNumber);
-    EXPECT_EQ(byDevice.description(), QStringLiteral("dev:0:77"));
+    EXPECT_EQ(byDevice.description(), u"dev:0:77"_s);
 }
 
-TEST(VolumeIdentifier, OnlineMountPathPrefersTheRecordedThenTheWholeVolume)
+TEST(VolumeIdentifier, AUuidIsFoundByItsLinkAndOnlineTheRecordedMountThenTheWholeVolumeIsUsed)
 {
-    FakeDisks disks;
-    const QString node = disks.addDisk(QStringLiteral("sdy1"), QStringLiteral("7777-8888"));
-    const QString other = disks.addDisk(QStringLiteral("sdy2"), QStringLiteral("9999-0000"));
+    // A by-uuid folder whose links point at plain files standing in for device nodes.
+    QTemporaryDir disks;
+    const QString uuidFolder = disks.filePath(u"by-uuid"_s);
+    ASSERT_TRUE(QDir().mkpath(uuidFolder));
+    const auto addDisk = [&](const QString& node, const QString& uuid) {
+        QFile file(disks.filePath(node));
+        const bool made = file.open(QIODevice::WriteOnly) &&
+                          QFile::link(u"../"_s + node, uuidFolder + u'/' + uuid);
+        return made ? QFileInfo(file).canonicalFilePath() : QString();
+    };
+    const QString node = addDisk(u"sdy1"_s, u"7777-8888"_s);
+    const QString other = addDisk(u"sdy2"_s, u"9999-0000"_s);
     ASSERT_FALSE(node.isEmpty());
-    const QString nodeField = QString(node).replace(QLatin1Char(' '), QStringLiteral("\\040"));
-    const QString otherField = QString(other).replace(QLatin1Char(' '), QStringLiteral("\\040"));
+    ASSERT_FALSE(other.isEmpty());
+    const auto identifier =
+        VolumeIdentifier::volumeIdentifierForMount(mountOf(node, u"/mnt/z"_s), uuidFolder);
+    EXPECT_EQ(identifier.kind(), VolumeIdentifier::Kind::Uuid);
+    EXPECT_EQ(identifier.identifier(), u"7777-8888"_s);
+    EXPECT_EQ(identifier.mountPath(), u"/mnt/z"_s);
+
+    const QString nodeField = QString(node).replace(QLatin1Char(' '), u"\\040"_s);
+    const QString otherField = QString(other).replace(QLatin1Char(' '), u"\\040"_s);
     const QString text = QStringLiteral("1 0 0:90 / / rw - tmpfs tmpfs rw\n"
                                         "2 1 0:91 /sub /mnt/part rw - ext4 %1 rw\n"
                                         "3 1 0:92 / /mnt/other rw - ext4 %2 rw\n"
@@ -162,49 +138,45 @@ TEST(VolumeIdentifier, OnlineMountPathPrefersTheRecordedThenTheWholeVolume)
     for (const auto& [uuid, recorded, expected] : rows) {
         const VolumeIdentifier volume(QString::fromLatin1(uuid), VolumeIdentifier::Kind::Uuid,
                                       QString::fromLatin1(recorded));
-        EXPECT_EQ(volume.onlineMountPath(table, disks.uuidFolder()), QString::fromLatin1(expected))
+        EXPECT_EQ(volume.onlineMountPath(table, uuidFolder), QString::fromLatin1(expected))
             << uuid << " at " << recorded;
     }
 }
 
 TEST(VolumeIdentifier, RootAndAFileOnTheSameFileSystemAgree)
 {
-    const VolumeIdentifier root = VolumeIdentifier::volumeIdentifierForPath(QStringLiteral("/"));
+    const VolumeIdentifier root = VolumeIdentifier::volumeIdentifierForPath(u"/"_s);
     ASSERT_FALSE(root.identifier().isEmpty());
-    EXPECT_EQ(root.onlineMountPath(), QStringLiteral("/"));
-    if (deviceOf(QStringLiteral("/etc")) != deviceOf(QStringLiteral("/"))) {
+    EXPECT_EQ(root.onlineMountPath(), u"/"_s);
+    if (deviceOf(u"/etc"_s) != deviceOf(u"/"_s)) {
         GTEST_SKIP() << "/etc is not on the root file system";
     }
-    EXPECT_EQ(VolumeIdentifier::volumeIdentifierForPath(QStringLiteral("/etc")), root);
+    EXPECT_EQ(VolumeIdentifier::volumeIdentifierForPath(u"/etc"_s), root);
 }
 
 TEST(VolumeIdentifier, ArchiveRoundTripKeepsKindAndMountPathAndRefusesMalformedFields)
 {
-    const VolumeIdentifier original(QStringLiteral("00ab00cd00ef0012"),
-                                    VolumeIdentifier::Kind::FileSystemId,
-                                    QStringLiteral("/run/user"));
-    const QSet<QString> allowed{QStringLiteral("VolumeIdentifier")};
+    const VolumeIdentifier original(u"00ab00cd00ef0012"_s, VolumeIdentifier::Kind::FileSystemId,
+                                    u"/run/user"_s);
+    const QSet<QString> allowed{u"VolumeIdentifier"_s};
     const auto back = KeyedArchive::unarchivedObject(
                           KeyedArchive::archivedData(QVariant::fromValue(original)), allowed)
                           .value<VolumeIdentifier>();
     EXPECT_EQ(back.identifier(), original.identifier());
     EXPECT_EQ(back.kind(), VolumeIdentifier::Kind::FileSystemId);
-    EXPECT_EQ(back.mountPath(), QStringLiteral("/run/user"));
+    EXPECT_EQ(back.mountPath(), u"/run/user"_s);
     // Where it was mounted is no part of equality.
     const VolumeIdentifier elsewhere(original.identifier(), VolumeIdentifier::Kind::FileSystemId,
-                                     QStringLiteral("/b"));
+                                     u"/b"_s);
     EXPECT_EQ(back, elsewhere);
     EXPECT_EQ(back.hash(), elsewhere.hash());
-    EXPECT_NE(back, VolumeIdentifier(QStringLiteral("00ab00cd00ef0013"),
-                                     VolumeIdentifier::Kind::FileSystemId));
+    EXPECT_NE(back, VolumeIdentifier(u"00ab00cd00ef0013"_s, VolumeIdentifier::Kind::FileSystemId));
 
     for (const QCborMap& fields :
-         {QCborMap{{QStringLiteral("kind"), 0}},
-          QCborMap{{QStringLiteral("uuid"), QStringLiteral("x")}, {QStringLiteral("kind"), 9}},
-          QCborMap{{QStringLiteral("uuid"), 12}, {QStringLiteral("kind"), 0}}}) {
+         {QCborMap{{u"kind"_s, 0}}, QCborMap{{u"uuid"_s, u"x"_s}, {u"kind"_s, 9}},
+          QCborMap{{u"uuid"_s, 12}, {u"kind"_s, 0}}}) {
         const QByteArray data =
-            QCborValue(QCborTag(27), QCborArray{QStringLiteral("VolumeIdentifier"), fields})
-                .toCbor();
+            QCborValue(QCborTag(27), QCborArray{u"VolumeIdentifier"_s, fields}).toCbor();
         EXPECT_THROW(KeyedArchive::unarchivedObject(data, allowed), KSException);
     }
 }
