@@ -8,18 +8,32 @@
 #include <thread>
 #include <vector>
 
-TEST(LogLineIdentifier, ChildrenNumberFromOneAndDescribeFromTheRoot)
+using namespace Qt::StringLiterals;
+
+TEST(LogLineIdentifier, ChildrenNumberFromOneDescribeFromTheRootAndCompareByTheChain)
 {
-    const LogLine line = LogLineIdentifier::fromString(QStringLiteral("4.73961099.512"));
+    const LogLine line = LogLineIdentifier::fromString(u"4.73961099.512"_s);
     ASSERT_NE(line, nullptr);
     const LogLine first = line->next();
     const LogLine second = line->next();
     const LogLine nested = second->next();
-    EXPECT_EQ(first->description(), QStringLiteral("4.73961099.512.1"));
-    EXPECT_EQ(nested->description(), QStringLiteral("4.73961099.512.2.1"));
+    EXPECT_EQ(first->description(), u"4.73961099.512.1"_s);
+    EXPECT_EQ(nested->description(), u"4.73961099.512.2.1"_s);
     EXPECT_EQ(line->count(), 2U);
     EXPECT_EQ(nested->depth(), 5);
     EXPECT_EQ(nested->application(), 4U);
+
+    const auto a = LogLineIdentifier::fromString(u"4.1.2.7"_s);
+    const auto b = LogLineIdentifier::fromString(u"4.1.2.7"_s);
+    const auto c = LogLineIdentifier::fromString(u"4.1.3.1"_s);
+    const auto shallow = LogLineIdentifier::fromString(u"4.1.2"_s);
+    EXPECT_TRUE(*a == *b);
+    EXPECT_EQ(a->hash(), b->hash());
+    EXPECT_FALSE(*a == *c);
+    EXPECT_NE(a->hash(), c->hash());
+    EXPECT_TRUE(*a < *c);
+    EXPECT_FALSE(*c < *a);
+    EXPECT_TRUE(*shallow < *a); // a parent chain that is shorter sorts first at its level
 }
 
 TEST(LogLineIdentifier, ParsingMalformedTextGivesNone)
@@ -30,39 +44,20 @@ TEST(LogLineIdentifier, ParsingMalformedTextGivesNone)
     }
 }
 
-TEST(LogLineIdentifier, EqualityOrderAndHashFollowTheChain)
-{
-    const auto a = LogLineIdentifier::fromString(QStringLiteral("4.1.2.7"));
-    const auto b = LogLineIdentifier::fromString(QStringLiteral("4.1.2.7"));
-    const auto c = LogLineIdentifier::fromString(QStringLiteral("4.1.3.1"));
-    const auto shallow = LogLineIdentifier::fromString(QStringLiteral("4.1.2"));
-    EXPECT_TRUE(*a == *b);
-    EXPECT_EQ(a->hash(), b->hash());
-    EXPECT_FALSE(*a == *c);
-    EXPECT_NE(a->hash(), c->hash());
-    EXPECT_TRUE(*a < *c);
-    EXPECT_FALSE(*c < *a);
-    EXPECT_TRUE(*shallow < *a); // a parent chain that is shorter sorts first at its level
-}
-
 TEST(LogLineIdentifier, ConcurrentChildrenAreAllDistinct)
 {
     const auto parent = LogLineIdentifier::extending(nullptr, 4);
+    std::vector<quint64> all(4000);
     std::vector<std::thread> threads;
-    std::vector<std::vector<quint64>> seen(4);
-    for (int t = 0; t < 4; ++t) {
+    for (size_t t = 0; t < 4; ++t) {
         threads.emplace_back([&, t] {
-            for (int i = 0; i < 1000; ++i) {
-                seen[size_t(t)].push_back(parent->next()->sequence());
+            for (size_t i = 0; i < 1000; ++i) {
+                all[t * 1000 + i] = parent->next()->sequence();
             }
         });
     }
     for (auto& thread : threads) {
         thread.join();
-    }
-    std::vector<quint64> all;
-    for (const auto& part : seen) {
-        all.insert(all.end(), part.begin(), part.end());
     }
     std::sort(all.begin(), all.end());
     EXPECT_EQ(std::unique(all.begin(), all.end()), all.end());
@@ -71,7 +66,7 @@ TEST(LogLineIdentifier, ConcurrentChildrenAreAllDistinct)
 
 TEST(LogLineIdentifier, ArchivesKeyedAndNonKeyedWithItsParentsAndCounts)
 {
-    const auto line = LogLineIdentifier::fromString(QStringLiteral("4.7"));
+    const auto line = LogLineIdentifier::fromString(u"4.7"_s);
     line->next();
     line->next();
     line->addClassification(5);
@@ -86,12 +81,11 @@ TEST(LogLineIdentifier, ArchivesKeyedAndNonKeyedWithItsParentsAndCounts)
     LogLine nonKeyed;
     QDataStream reader(bytes);
     reader >> nonKeyed;
-    const QVariant keyed =
-        KeyedArchive::unarchivedObject(KeyedArchive::archivedData(QVariant::fromValue(line)),
-                                       {QStringLiteral("LogLineIdentifier")});
+    const QVariant keyed = KeyedArchive::unarchivedObject(
+        KeyedArchive::archivedData(QVariant::fromValue(line)), {u"LogLineIdentifier"_s});
     for (const LogLine& copy : {keyed.value<LogLine>(), nonKeyed}) {
         ASSERT_NE(copy, nullptr);
-        EXPECT_EQ(copy->description(), QStringLiteral("4.7"));
+        EXPECT_EQ(copy->description(), u"4.7"_s);
         EXPECT_EQ(copy->count(), 2U);
         EXPECT_EQ(copy->classifications(), 1U << 5);
         EXPECT_TRUE(*copy == *line);
