@@ -5,38 +5,17 @@
 #include "exception/KSException.h"
 
 #include <QAbstractButton>
-#include <QApplication>
 #include <QDir>
 #include <QFile>
 #include <QMessageBox>
 #include <QPushButton>
-#include <QTemporaryDir>
 #include <QTest>
 #include <algorithm>
 #include <gtest/gtest.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
-std::unique_ptr<ContextualAlertInfo> dataFailure()
-{
-    auto exception = KSException::exceptionWithName(QStringLiteral("Data"),
-                                                    QStringLiteral("bad block checksum"));
-    exception.setDetail(QStringLiteral("verify"), QStringLiteral(".Command"));
-    auto info = AlertInfoForAnyCommand(&exception);
-    // Readable command names come from command tracking; the alert only needs the context.
-    auto context = info->context();
-    context.insert(QStringLiteral("Command"), QStringLiteral("Verify"));
-    info->setContext(context);
-    return info;
-}
-
-std::unique_ptr<ContextualAlertInfo> canceledCapture()
-{
-    const auto exception =
-        KSException::exceptionWithName(QStringLiteral("Cancel"), QStringLiteral("user stopped"))
-            .setDetail(QStringLiteral("capture"), QStringLiteral(".Command"));
-    return AlertInfoForCanceledCommand(&exception);
-}
-
 QList<QAbstractButton*> actionButtonsLeftToRight(const QMessageBox& box)
 {
     QList<QAbstractButton*> buttons;
@@ -73,8 +52,6 @@ QAbstractButton* helpButton(const QMessageBox& box)
 class AlertBoxes : public ::testing::Test
 {
 protected:
-    void SetUp() override { ASSERT_TRUE(m_images.isValid()); }
-
     // Shows the box so that its buttons are laid out as a user sees them.
     void show(QMessageBox& box)
     {
@@ -82,21 +59,16 @@ protected:
         ASSERT_TRUE(QTest::qWaitForWindowExposed(&box));
     }
 
-    // Saves what the box looks like beside the test and where a reviewer finds it.
-    void saveImage(QMessageBox& box, const QString& name)
+    // Leaves what the box looks like where a reviewer finds it.
+    static void saveImage(QMessageBox& box, const QString& name)
     {
-        const QPixmap image = box.grab();
-        ASSERT_FALSE(image.isNull());
-        const QString path = m_images.filePath(name);
-        ASSERT_TRUE(image.save(path, "PNG"));
-        const QString copy = QDir(QStringLiteral(KESTROM_IMAGE_DIR)).filePath(name);
-        QFile::remove(copy);
-        EXPECT_TRUE(QFile::copy(path, copy));
+        const QString path = QDir(QStringLiteral(KESTROM_IMAGE_DIR)).filePath(name);
+        QFile::remove(path);
+        EXPECT_TRUE(box.grab().save(path, "PNG"));
     }
 
-    QTemporaryDir m_images;
     QList<QUrl> m_openedHelp;
-    AlertBox m_alerts{QUrl(QStringLiteral("file:///usr/share/kestrom/help/index.html")),
+    AlertBox m_alerts{QUrl(u"file:///usr/share/kestrom/help/index.html"_s),
                       [this](const QUrl& url) {
                           m_openedHelp << url;
                       }};
@@ -105,30 +77,34 @@ protected:
 
 TEST_F(AlertBoxes, DataFailureShowsItsButtonsInCodeOrderWithHelp)
 {
-    const auto info = dataFailure();
+    auto exception = KSException::exceptionWithName(u"Data"_s, u"bad block checksum"_s);
+    exception.setDetail(u"verify"_s, u".Command"_s);
+    const auto info = AlertInfoForAnyCommand(&exception);
     ASSERT_NE(info, nullptr);
+    // Readable command names come from command tracking; the alert only needs the context.
+    auto context = info->context();
+    context.insert(u"Command"_s, u"Verify"_s);
+    info->setContext(context);
     const auto box = m_alerts.alert(*info);
     show(*box);
 
     EXPECT_EQ(box->icon(), QMessageBox::Critical);
-    EXPECT_EQ(box->text(), QStringLiteral("Verify failed"));
+    EXPECT_EQ(box->text(), u"Verify failed"_s);
     EXPECT_EQ(box->informativeText(),
               QStringLiteral("A data integrity problem in the archive was encountered. See the "
                              "log for the details. Consider reindexing or repairing the archive."));
     const auto buttons = actionButtonsLeftToRight(*box);
-    EXPECT_EQ(titles(buttons), (QStringList{QStringLiteral("Close"), QStringLiteral("Repair"),
-                                            QStringLiteral("Open Log")}));
+    EXPECT_EQ(titles(buttons), (QStringList{u"Close"_s, u"Repair"_s, u"Open Log"_s}));
     ASSERT_EQ(buttons.size(), 3);
     EXPECT_EQ(box->defaultButton(), buttons.at(0));
     EXPECT_EQ(box->escapeButton(), buttons.at(0));
     ASSERT_NE(helpButton(*box), nullptr);
-    saveImage(*box, QStringLiteral("alert-data-failure.png"));
+    saveImage(*box, u"alert-data-failure.png"_s);
 
     // Help opens the tagged page and leaves the alert up.
     helpButton(*box)->click();
-    EXPECT_EQ(
-        m_openedHelp,
-        QList<QUrl>{QUrl(QStringLiteral("file:///usr/share/kestrom/help/index.html#trblrepair"))});
+    EXPECT_EQ(m_openedHelp,
+              QList<QUrl>{QUrl(u"file:///usr/share/kestrom/help/index.html#trblrepair"_s)});
     EXPECT_TRUE(box->isVisible());
 
     buttons.at(1)->click();
@@ -138,17 +114,19 @@ TEST_F(AlertBoxes, DataFailureShowsItsButtonsInCodeOrderWithHelp)
 
 TEST_F(AlertBoxes, CanceledCaptureIsAWarningWithOnlyOK)
 {
-    const auto info = canceledCapture();
+    const auto exception = KSException::exceptionWithName(u"Cancel"_s, u"user stopped"_s)
+                               .setDetail(u"capture"_s, u".Command"_s);
+    const auto info = AlertInfoForCanceledCommand(&exception);
     ASSERT_NE(info, nullptr);
     const auto box = m_alerts.alert(*info);
     show(*box);
 
     EXPECT_EQ(box->icon(), QMessageBox::Warning);
-    EXPECT_EQ(box->text(), QStringLiteral("Capture Stopped"));
-    EXPECT_EQ(titles(actionButtonsLeftToRight(*box)), QStringList{QStringLiteral("OK")});
+    EXPECT_EQ(box->text(), u"Capture Stopped"_s);
+    EXPECT_EQ(titles(actionButtonsLeftToRight(*box)), QStringList{u"OK"_s});
     EXPECT_EQ(box->buttons().size(), 1);
     EXPECT_EQ(helpButton(*box), nullptr);
-    saveImage(*box, QStringLiteral("alert-capture-stopped.png"));
+    saveImage(*box, u"alert-capture-stopped.png"_s);
 
     box->escapeButton()->click();
     EXPECT_EQ(AlertBox::clickedAction(*box), AlertActionSet::kOK);
@@ -156,25 +134,23 @@ TEST_F(AlertBoxes, CanceledCaptureIsAWarningWithOnlyOK)
 
 TEST_F(AlertBoxes, InformationalStyleAndTheOrderOfAReorderedTemplate)
 {
-    const ContextualAlertInfo nothing(*CannedAlertInfo::templateIn(
-        AlertTemplates::fileCommandAlerts(), QStringLiteral("nullcapture")));
+    const ContextualAlertInfo nothing(
+        *CannedAlertInfo::templateIn(AlertTemplates::fileCommandAlerts(), u"nullcapture"_s));
     EXPECT_EQ(m_alerts.alert(nothing)->icon(), QMessageBox::Information);
 
     // "missingkey" lists Close, Import Key, Open Log.
-    const ContextualAlertInfo missingKey(*CannedAlertInfo::templateIn(
-        AlertTemplates::archiveAlerts(), QStringLiteral("missingkey")));
+    const ContextualAlertInfo missingKey(
+        *CannedAlertInfo::templateIn(AlertTemplates::archiveAlerts(), u"missingkey"_s));
     const auto box = m_alerts.alert(missingKey);
     show(*box);
     EXPECT_EQ(titles(actionButtonsLeftToRight(*box)),
-              (QStringList{QStringLiteral("Close"), QStringLiteral("Open Log"),
-                           QStringLiteral("Import Key")}));
+              (QStringList{u"Close"_s, u"Open Log"_s, u"Import Key"_s}));
 }
 
 TEST(AlertHelpBook, TagBecomesTheFragment)
 {
-    const AlertBox alerts(QUrl(QStringLiteral("https://help.example/kestrom/index.html")));
-    EXPECT_EQ(alerts.helpUrl(QStringLiteral("encryption")).toString(),
-              QStringLiteral("https://help.example/kestrom/index.html#encryption"));
-    EXPECT_TRUE(
-        AlertBox::defaultHelpBook().toString().endsWith(QStringLiteral("kestrom/help/index.html")));
+    const AlertBox alerts(QUrl(u"https://help.example/kestrom/index.html"_s));
+    EXPECT_EQ(alerts.helpUrl(u"encryption"_s).toString(),
+              u"https://help.example/kestrom/index.html#encryption"_s);
+    EXPECT_TRUE(AlertBox::defaultHelpBook().toString().endsWith(u"kestrom/help/index.html"_s));
 }

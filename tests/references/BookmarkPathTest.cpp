@@ -5,22 +5,13 @@
 #include "foundation/KeyedArchive.h"
 #include "references/ResourceValues.h"
 
-#include <QCborArray>
-#include <QCborMap>
-#include <QCborValue>
-
-namespace {
-QByteArray objectArchive(const QString& className, const QCborMap& fields)
-{
-    return QCborValue(QCborTag(27), QCborArray{className, fields}).toCbor();
-}
-} // namespace
+using namespace Qt::StringLiterals;
 
 using BookmarkPathTest = ReferenceFixture;
 
 TEST_F(BookmarkPathTest, RecordsTheArchiveAndItsVolumeAndSurvivesItsData)
 {
-    const QString archive = makeFolder(QStringLiteral("Disk/Backups/Home.stromi"));
+    const QString archive = makeFolder(u"Disk/Backups/Home.stromi"_s);
     const auto made = BookmarkPath::fromUrl(QUrl::fromLocalFile(archive));
     ASSERT_TRUE(made);
     EXPECT_TRUE(made->isResolved());
@@ -31,18 +22,18 @@ TEST_F(BookmarkPathTest, RecordsTheArchiveAndItsVolumeAndSurvivesItsData)
     EXPECT_FALSE(opened->isRefreshed());
     EXPECT_TRUE(*opened == *made);
     EXPECT_EQ(opened->url(), QUrl::fromLocalFile(archive));
-    EXPECT_EQ(opened->name(), QStringLiteral("Home.stromi"));
-    EXPECT_EQ(opened->displayName(), QStringLiteral("Home"));
-    EXPECT_EQ(opened->recordedValue(ResourceValues::kVolumeNameKey), QStringLiteral("Disk"));
-    EXPECT_EQ(opened->recordedValue(ResourceValues::kVolumeUUIDStringKey), QStringLiteral("VOL-1"));
-    EXPECT_FALSE(opened->recordedValue(QStringLiteral("NoSuchKey")).isValid());
+    EXPECT_EQ(opened->name(), u"Home.stromi"_s);
+    EXPECT_EQ(opened->displayName(), u"Home"_s);
+    EXPECT_EQ(opened->recordedValue(ResourceValues::kVolumeNameKey), u"Disk"_s);
+    EXPECT_EQ(opened->recordedValue(ResourceValues::kVolumeUUIDStringKey), u"VOL-1"_s);
+    EXPECT_FALSE(opened->recordedValue(u"NoSuchKey"_s).isValid());
 
-    EXPECT_FALSE(*BookmarkPath::fromUrl(QUrl::fromLocalFile(
-                     makeFolder(QStringLiteral("Disk/Backups/Copy.stromi")))) == *made);
+    EXPECT_FALSE(*BookmarkPath::fromUrl(
+                     QUrl::fromLocalFile(makeFolder(u"Disk/Backups/Copy.stromi"_s))) == *made);
     // A folder made where a deleted one was may get its inode back; its birth time tells it
     // apart where the file system keeps one.
     QDir(archive).removeRecursively();
-    makeFolder(QStringLiteral("Disk/Backups/Home.stromi"));
+    makeFolder(u"Disk/Backups/Home.stromi"_s);
     if (VolumeSearch::birthTimeOf(archive) != 0) {
         EXPECT_FALSE(*BookmarkPath::fromUrl(QUrl::fromLocalFile(archive)) == *made);
         EXPECT_EQ(opened->resolveQuietly(), QUrl());
@@ -67,16 +58,16 @@ TEST_F(BookmarkPathTest, ResolvingFindsTheArchiveWhereverItWentOnItsVolume)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.movedTo);
-        QDir(at(QStringLiteral("Disk"))).removeRecursively();
-        const QString archive = makeFolder(QStringLiteral("Disk/Backups/Home.stromi"));
-        makeFolder(QStringLiteral("Disk/Other/Folder"));
+        QDir(at(u"Disk"_s)).removeRecursively();
+        const QString archive = makeFolder(u"Disk/Backups/Home.stromi"_s);
+        makeFolder(u"Disk/Other/Folder"_s);
         const auto bookmark = BookmarkPath::fromBookmarkData(
             BookmarkPath::fromUrl(QUrl::fromLocalFile(archive))->bookmarkData());
         const QString movedTo = QString::fromLatin1(c.movedTo);
         if (movedTo.isEmpty()) {
             QDir(archive).removeRecursively();
-        } else if (movedTo != QStringLiteral("Disk/Backups/Home.stromi")) {
-            ASSERT_TRUE(move(QStringLiteral("Disk/Backups/Home.stromi"), movedTo));
+        } else if (movedTo != u"Disk/Backups/Home.stromi"_s) {
+            ASSERT_TRUE(move(u"Disk/Backups/Home.stromi"_s, movedTo));
         }
         VolumeSearch::setDefaultLimits(c.limits);
 
@@ -91,18 +82,18 @@ TEST_F(BookmarkPathTest, ResolvingFindsTheArchiveWhereverItWentOnItsVolume)
 
 TEST_F(BookmarkPathTest, ResolvingFindsTheVolumeMountedElsewhereByItsUuidOnly)
 {
-    const auto bookmark = BookmarkPath::fromUrl(
-        QUrl::fromLocalFile(makeFolder(QStringLiteral("Disk/Backups/Home.stromi"))));
-    ASSERT_TRUE(move(QStringLiteral("Disk"), QStringLiteral("media/user/USB Disk")));
+    const auto bookmark =
+        BookmarkPath::fromUrl(QUrl::fromLocalFile(makeFolder(u"Disk/Backups/Home.stromi"_s)));
+    ASSERT_TRUE(move(u"Disk"_s, u"media/user/USB Disk"_s));
 
     // Another volume now mounted where the recorded one was is not searched.
-    mount(QStringLiteral("Disk"), QStringLiteral("VOL-2"));
+    mount(u"Disk"_s, u"VOL-2"_s);
     EXPECT_EQ(bookmark->resolveQuietly(), QUrl());
 
-    mount(QStringLiteral("media/user/USB Disk"), QStringLiteral("VOL-1"));
-    const QString now = at(QStringLiteral("media/user/USB Disk/Backups/Home.stromi"));
+    mount(u"media/user/USB Disk"_s, u"VOL-1"_s);
+    const QString now = at(u"media/user/USB Disk/Backups/Home.stromi"_s);
     EXPECT_EQ(bookmark->resolveQuietly(), QUrl::fromLocalFile(now));
-    EXPECT_EQ(bookmark->recordedValue(ResourceValues::kVolumeNameKey), QStringLiteral("USB Disk"));
+    EXPECT_EQ(bookmark->recordedValue(ResourceValues::kVolumeNameKey), u"USB Disk"_s);
 }
 
 TEST_F(BookmarkPathTest, BytesThatAreNoBookmarkOpenNothing)
@@ -110,12 +101,10 @@ TEST_F(BookmarkPathTest, BytesThatAreNoBookmarkOpenNothing)
     const QByteArray cases[] = {
         {},
         QByteArray("\xff\x00\x13garbage", 10),
-        QCborValue(QStringLiteral("just text")).toCbor(),
-        objectArchive(QStringLiteral("Bookmark"), {{QStringLiteral("resources"), 7}}),
-        objectArchive(QStringLiteral("Bookmark"),
-                      {{QStringLiteral("resources"),
-                        QCborMap{{QStringLiteral("Path"), QStringLiteral("relative/path")}}}}),
-        objectArchive(QStringLiteral("NotABookmark"), {}),
+        QCborValue(u"just text"_s).toCbor(),
+        objectArchive(u"Bookmark"_s, {{u"resources"_s, 7}}),
+        objectArchive(u"Bookmark"_s, {{u"resources"_s, QCborMap{{u"Path"_s, u"relative/path"_s}}}}),
+        objectArchive(u"NotABookmark"_s, {}),
     };
     for (const QByteArray& data : cases) {
         EXPECT_FALSE(BookmarkPath::fromBookmarkData(data)) << data.toHex().constData();
@@ -125,13 +114,11 @@ TEST_F(BookmarkPathTest, BytesThatAreNoBookmarkOpenNothing)
 TEST_F(BookmarkPathTest, NoBookmarkIsMadeOfWhatIsNotThereAndTheErrorSaysWhy)
 {
     Error missing;
-    EXPECT_FALSE(
-        BookmarkPath::fromUrl(QUrl::fromLocalFile(at(QStringLiteral("nothing"))), {}, &missing));
+    EXPECT_FALSE(BookmarkPath::fromUrl(QUrl::fromLocalFile(at(u"nothing"_s)), {}, &missing));
     EXPECT_EQ(missing.domain(), Error::kPOSIXDomain);
     EXPECT_EQ(missing.code(), ENOENT);
 
     Error notAFile;
-    EXPECT_FALSE(
-        BookmarkPath::fromUrl(QUrl(QStringLiteral("https://example.org/a.stromi")), {}, &notAFile));
+    EXPECT_FALSE(BookmarkPath::fromUrl(QUrl(u"https://example.org/a.stromi"_s), {}, &notAFile));
     EXPECT_EQ(notAFile.domain(), Error::kURLDomain);
 }

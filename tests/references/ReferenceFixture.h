@@ -3,7 +3,11 @@
 #include "FakeVolumeCatalog.h"
 #include "references/RepositoryAliasReference.h"
 #include "references/VolumeSearch.h"
+#include "tracking/RecordingLogger.h"
 
+#include <QCborArray>
+#include <QCborMap>
+#include <QCborValue>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -12,7 +16,8 @@
 #include <sys/stat.h>
 
 // Real folders in a temporary folder; its "Disk" subfolder is mounted, as the fake mount table
-// says, as the volume "VOL-1" (the device is the real one, so inodes can be searched).
+// says, as the volume "VOL-1" (the device is the real one, so inodes can be searched). Log lines
+// are recorded.
 class ReferenceFixture : public ::testing::Test
 {
 protected:
@@ -25,6 +30,7 @@ protected:
         m_device = quint64(status.st_dev);
         VolumeCatalog::setShared(m_catalog);
         mount(QStringLiteral("Disk"), QStringLiteral("VOL-1"));
+        m_logger = RecordingLogger::install();
     }
 
     void TearDown() override
@@ -32,6 +38,13 @@ protected:
         VolumeCatalog::setShared(nullptr);
         VolumeSearch::setDefaultLimits({});
         RepositoryAliasReference::setAliasRecordConverter({});
+        Logger::releaseDefaultLogger();
+    }
+
+    // A keyed archive of one object of that class with those fields.
+    static QByteArray objectArchive(const QString& className, const QCborMap& fields)
+    {
+        return QCborValue(QCborTag(27), QCborArray{className, fields}).toCbor();
     }
 
     // The fake table holds one volume, at that folder below the temporary folder.
@@ -62,4 +75,5 @@ protected:
     QString m_root;
     quint64 m_device = 0;
     std::shared_ptr<FakeVolumeCatalog> m_catalog = std::make_shared<FakeVolumeCatalog>();
+    std::shared_ptr<RecordingLogger> m_logger;
 };

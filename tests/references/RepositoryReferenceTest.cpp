@@ -4,19 +4,12 @@
 #include "references/BookmarkPath.h"
 #include "references/FileRepositoryReference.h"
 #include "references/RepositoryPathReference.h"
-#include "tracking/RecordingLogger.h"
 
-#include <QCborArray>
-#include <QCborMap>
-#include <QCborValue>
 #include <QRegularExpression>
 
-namespace {
-QByteArray objectArchive(const QString& className, const QCborMap& fields)
-{
-    return QCborValue(QCborTag(27), QCborArray{className, fields}).toCbor();
-}
+using namespace Qt::StringLiterals;
 
+namespace {
 // The keyed fields an archive of the reference holds.
 QCborMap fieldsOf(const RepositoryReference& reference)
 {
@@ -24,27 +17,13 @@ QCborMap fieldsOf(const RepositoryReference& reference)
 }
 } // namespace
 
-class RepositoryReferenceTest : public ReferenceFixture
-{
-protected:
-    void SetUp() override
-    {
-        ReferenceFixture::SetUp();
-        m_logger = RecordingLogger::install();
-    }
-    void TearDown() override
-    {
-        Logger::releaseDefaultLogger();
-        ReferenceFixture::TearDown();
-    }
-    std::shared_ptr<RecordingLogger> m_logger;
-};
+using RepositoryReferenceTest = ReferenceFixture;
 
-TEST_F(RepositoryReferenceTest, OnlyAnExistingFolderWithTheArchiveExtensionIsValid)
+TEST_F(RepositoryReferenceTest, APathReferenceIsValidOnlyForAnArchiveFolderAndNamesItAnyway)
 {
-    makeFolder(QStringLiteral("Disk/Home.stromi"));
-    makeFolder(QStringLiteral("Disk/Home.backup"));
-    QFile file(at(QStringLiteral("Disk/File.stromi")));
+    makeFolder(u"Disk/Home.stromi"_s);
+    makeFolder(u"Disk/Home.backup"_s);
+    QFile file(at(u"Disk/File.stromi"_s));
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
     const struct
     {
@@ -61,52 +40,50 @@ TEST_F(RepositoryReferenceTest, OnlyAnExistingFolderWithTheArchiveExtensionIsVal
         EXPECT_EQ(reference->isReachable(), c.reachable) << c.path;
         EXPECT_EQ(reference->isValid(), c.valid) << c.path;
     }
-}
 
-TEST_F(RepositoryReferenceTest, APathReferenceNamesItsArchiveWhetherOrNotItIsThere)
-{
-    const QString archive = at(QStringLiteral("Disk/My.Home.stromi"));
+    // Named from its path whether or not it is there; the volume only once it is.
+    const QString archive = at(u"Disk/My.Home.stromi"_s);
     const auto reference = RepositoryPathReference::referenceToPath(archive);
-    EXPECT_EQ(reference->name(), QStringLiteral("My.Home.stromi"));
-    EXPECT_EQ(reference->displayName(), QStringLiteral("My.Home"));
+    EXPECT_EQ(reference->name(), u"My.Home.stromi"_s);
+    EXPECT_EQ(reference->displayName(), u"My.Home"_s);
     EXPECT_EQ(reference->volumeName(), QString());
-    makeFolder(QStringLiteral("Disk/My.Home.stromi"));
-    EXPECT_EQ(reference->displayName(), QStringLiteral("My.Home"));
-    EXPECT_EQ(reference->volumeName(), QStringLiteral("Disk"));
-    EXPECT_EQ(reference->volumeUUID(), QStringLiteral("VOL-1"));
+    makeFolder(u"Disk/My.Home.stromi"_s);
+    EXPECT_EQ(reference->displayName(), u"My.Home"_s);
+    EXPECT_EQ(reference->volumeName(), u"Disk"_s);
+    EXPECT_EQ(reference->volumeUUID(), u"VOL-1"_s);
     EXPECT_EQ(reference->path(), archive);
     EXPECT_FALSE(RepositoryPathReference::referenceToURL(QUrl()));
-    EXPECT_TRUE(
-        QRegularExpression(QStringLiteral("^RepositoryPathReference\\.0x[0-9a-f]+\\((.*)\\)$"))
-            .match(reference->description())
-            .captured(1) == archive);
+    EXPECT_EQ(QRegularExpression(u"^RepositoryPathReference\\.0x[0-9a-f]+\\((.*)\\)$"_s)
+                  .match(reference->description())
+                  .captured(1),
+              archive);
 }
 
 TEST_F(RepositoryReferenceTest, AnAliasToAnUnmountedArchiveDescribesItFromItsBookmark)
 {
-    const auto made = RepositoryAliasReference::referenceToPath(
-        makeFolder(QStringLiteral("Disk/Backups/Home.stromi")));
+    const auto made =
+        RepositoryAliasReference::referenceToPath(makeFolder(u"Disk/Backups/Home.stromi"_s));
     ASSERT_TRUE(made);
-    EXPECT_EQ(made->volumeName(), QStringLiteral("Disk"));
+    EXPECT_EQ(made->volumeName(), u"Disk"_s);
     const auto reference = std::dynamic_pointer_cast<RepositoryAliasReference>(
         RepositoryReference::fromArchivedData(made->archivedData()));
     ASSERT_TRUE(reference);
     // Unmounted: the volume's folder is gone and no mount holds the volume.
-    ASSERT_TRUE(move(QStringLiteral("Disk"), QStringLiteral("Elsewhere")));
+    ASSERT_TRUE(move(u"Disk"_s, u"Elsewhere"_s));
     m_catalog->setMounts({}, {});
 
     EXPECT_FALSE(reference->isReachable());
     EXPECT_EQ(reference->resolveWithUI(false, false), QUrl());
-    EXPECT_EQ(reference->name(), QStringLiteral("Home.stromi"));
-    EXPECT_EQ(reference->displayName(), QStringLiteral("Home"));
-    EXPECT_EQ(reference->volumeName(), QStringLiteral("Disk"));
-    EXPECT_EQ(reference->volumeDisplayName(), QStringLiteral("Disk"));
-    EXPECT_EQ(reference->volumeUUID(), QStringLiteral("VOL-1"));
+    EXPECT_EQ(reference->name(), u"Home.stromi"_s);
+    EXPECT_EQ(reference->displayName(), u"Home"_s);
+    EXPECT_EQ(reference->volumeName(), u"Disk"_s);
+    EXPECT_EQ(reference->volumeDisplayName(), u"Disk"_s);
+    EXPECT_EQ(reference->volumeUUID(), u"VOL-1"_s);
 }
 
-TEST_F(RepositoryReferenceTest, ReferencesRoundTripAsKeyedArchivesOfTheirClass)
+TEST_F(RepositoryReferenceTest, ReferencesRoundTripAsKeyedArchivesAndAFileReferenceIsAPathOne)
 {
-    const QString archive = makeFolder(QStringLiteral("Disk/Home.stromi"));
+    const QString archive = makeFolder(u"Disk/Home.stromi"_s);
     const std::shared_ptr<RepositoryReference> references[] = {
         RepositoryAliasReference::referenceToPath(archive),
         RepositoryPathReference::referenceToPath(archive)};
@@ -117,26 +94,33 @@ TEST_F(RepositoryReferenceTest, ReferencesRoundTripAsKeyedArchivesOfTheirClass)
         EXPECT_TRUE(*decoded == *reference);
         EXPECT_EQ(decoded->hash(), reference->hash());
         // Peers declare the base class; each kind of reference is admitted under it.
-        EXPECT_NO_THROW(KeyedArchive::unarchivedObject(reference->archivedData(),
-                                                       {QStringLiteral("RepositoryReference")}));
+        EXPECT_NO_THROW(
+            KeyedArchive::unarchivedObject(reference->archivedData(), {u"RepositoryReference"_s}));
     }
     const QByteArray bookmark = BookmarkPath::fromUrl(QUrl::fromLocalFile(archive))->bookmarkData();
-    EXPECT_THROW(KeyedArchive::unarchivedObject(bookmark, {QStringLiteral("RepositoryReference")}),
-                 KSException);
-    EXPECT_EQ(fieldsOf(*references[0]).keys(), QList<QCborValue>{QStringLiteral("bookmark")});
-    EXPECT_EQ(fieldsOf(*references[1]), QCborMap({{QStringLiteral("path"), archive}}));
+    EXPECT_THROW(KeyedArchive::unarchivedObject(bookmark, {u"RepositoryReference"_s}), KSException);
+    EXPECT_EQ(fieldsOf(*references[0]).keys(), QList<QCborValue>{u"bookmark"_s});
+    EXPECT_EQ(fieldsOf(*references[1]), QCborMap({{u"path"_s, archive}}));
     // Different kinds are never equal as paths are; an alias compares URLs with anyone else.
     EXPECT_FALSE(*references[1] == *references[0]);
     EXPECT_TRUE(*references[0] == *references[1]);
+
+    // A stored file repository reference is a path reference.
+    const auto file = RepositoryReference::fromArchivedData(
+        objectArchive(u"FileRepositoryReference"_s, {{u"path"_s, archive}}));
+    ASSERT_TRUE(std::dynamic_pointer_cast<RepositoryPathReference>(file));
+    EXPECT_TRUE(file->isValid());
+    EXPECT_EQ(file->displayName(), u"Home"_s);
+    EXPECT_TRUE(*file == *references[1]);
 }
 
 TEST_F(RepositoryReferenceTest, AnOldAliasDecodesOnlyThroughAConverterAndIsWrittenAsABookmark)
 {
     const QByteArray bookmark =
-        BookmarkPath::fromUrl(QUrl::fromLocalFile(makeFolder(QStringLiteral("Disk/Home.stromi"))))
+        BookmarkPath::fromUrl(QUrl::fromLocalFile(makeFolder(u"Disk/Home.stromi"_s)))
             ->bookmarkData();
-    const QByteArray legacy = objectArchive(QStringLiteral("RepositoryAliasReference"),
-                                            {{QStringLiteral("alias"), QByteArray("old alias")}});
+    const QByteArray legacy =
+        objectArchive(u"RepositoryAliasReference"_s, {{u"alias"_s, QByteArray("old alias")}});
     EXPECT_FALSE(RepositoryReference::fromArchivedData(legacy));
 
     QList<QByteArray> converted;
@@ -144,13 +128,12 @@ TEST_F(RepositoryReferenceTest, AnOldAliasDecodesOnlyThroughAConverterAndIsWritt
         converted.append(alias);
         return bookmark;
     });
-    for (const QByteArray& data :
-         {legacy, objectArchive(QStringLiteral("RepositoryAliasReference"), {})}) {
+    for (const QByteArray& data : {legacy, objectArchive(u"RepositoryAliasReference"_s, {})}) {
         const auto reference = std::dynamic_pointer_cast<RepositoryAliasReference>(
             RepositoryReference::fromArchivedData(data));
         ASSERT_TRUE(reference);
         EXPECT_TRUE(reference->legacyAlias());
-        EXPECT_EQ(fieldsOf(*reference).keys(), QList<QCborValue>{QStringLiteral("bookmark")});
+        EXPECT_EQ(fieldsOf(*reference).keys(), QList<QCborValue>{u"bookmark"_s});
         EXPECT_FALSE(std::dynamic_pointer_cast<RepositoryAliasReference>(
                          RepositoryReference::fromArchivedData(reference->archivedData()))
                          ->legacyAlias());
@@ -158,76 +141,63 @@ TEST_F(RepositoryReferenceTest, AnOldAliasDecodesOnlyThroughAConverterAndIsWritt
     EXPECT_EQ(converted, (QList<QByteArray>{QByteArray("old alias"), QByteArray()}));
 }
 
-TEST_F(RepositoryReferenceTest, AStoredFileRepositoryReferenceIsAPathReference)
-{
-    const QString archive = makeFolder(QStringLiteral("Disk/Home.stromi"));
-    const auto decoded = RepositoryReference::fromArchivedData(objectArchive(
-        QStringLiteral("FileRepositoryReference"), {{QStringLiteral("path"), archive}}));
-    ASSERT_TRUE(std::dynamic_pointer_cast<RepositoryPathReference>(decoded));
-    EXPECT_TRUE(decoded->isValid());
-    EXPECT_EQ(decoded->displayName(), QStringLiteral("Home"));
-    EXPECT_TRUE(*decoded == *RepositoryPathReference::referenceToPath(archive));
-}
-
 TEST_F(RepositoryReferenceTest, DataThatIsNoReferenceDecodesAsNone)
 {
     const QByteArray cases[] = {
         QByteArray("\x9f\xff\xd8\x1b", 4),
-        objectArchive(QStringLiteral("RepositoryPathReference"), {{QStringLiteral("path"), 42}}),
-        objectArchive(QStringLiteral("RepositoryPathReference"), {}),
-        objectArchive(QStringLiteral("RepositoryAliasReference"),
-                      {{QStringLiteral("bookmark"), QByteArray("not a bookmark")}}),
-        objectArchive(QStringLiteral("RepositoryReference"), {}),
-        objectArchive(QStringLiteral("Bookmark"), {}),
-        QCborValue(QStringLiteral("a string")).toCbor(),
+        objectArchive(u"RepositoryPathReference"_s, {{u"path"_s, 42}}),
+        objectArchive(u"RepositoryPathReference"_s, {}),
+        objectArchive(u"RepositoryAliasReference"_s,
+                      {{u"bookmark"_s, QByteArray("not a bookmark")}}),
+        objectArchive(u"RepositoryReference"_s, {}),
+        objectArchive(u"Bookmark"_s, {}),
+        QCborValue(u"a string"_s).toCbor(),
     };
     for (const QByteArray& data : cases) {
         EXPECT_FALSE(RepositoryReference::fromArchivedData(data)) << data.toHex().constData();
     }
     // Malformed archives and forbidden classes are worth a line; a reference that names
     // nothing is simply none.
-    EXPECT_EQ(m_logger->linesContaining(QStringLiteral("is not a repository reference")).size(), 4);
+    EXPECT_EQ(m_logger->linesContaining(u"is not a repository reference"_s).size(), 4);
 }
 
 TEST_F(RepositoryReferenceTest, SettingTheUrlOfAnAliasReplacesOrResolvesItsBookmark)
 {
     const auto reference =
-        RepositoryAliasReference::referenceToPath(makeFolder(QStringLiteral("Disk/Home.stromi")));
-    const QUrl missing = QUrl::fromLocalFile(at(QStringLiteral("Disk/Missing.stromi")));
+        RepositoryAliasReference::referenceToPath(makeFolder(u"Disk/Home.stromi"_s));
+    const QUrl missing = QUrl::fromLocalFile(at(u"Disk/Missing.stromi"_s));
     try {
         reference->setUrl(missing);
         ADD_FAILURE() << "no exception";
     } catch (const KSException& exception) {
-        EXPECT_EQ(exception.name(), QStringLiteral("Bug"));
-        EXPECT_EQ(exception.reason(), QStringLiteral("repository bookmark set to unreachable URL"));
-        EXPECT_EQ(exception.details().value(QStringLiteral("URL")), missing.toString());
+        EXPECT_EQ(exception.name(), u"Bug"_s);
+        EXPECT_EQ(exception.reason(), u"repository bookmark set to unreachable URL"_s);
+        EXPECT_EQ(exception.details().value(u"URL"_s), missing.toString());
     }
-    const QString other = makeFolder(QStringLiteral("Disk/Other.stromi"));
+    const QString other = makeFolder(u"Disk/Other.stromi"_s);
     reference->setUrl(QUrl::fromLocalFile(other));
     EXPECT_EQ(reference->path(), other);
 
-    ASSERT_TRUE(
-        move(QStringLiteral("Disk/Other.stromi"), QStringLiteral("Disk/Moved/Other.stromi")));
+    ASSERT_TRUE(move(u"Disk/Other.stromi"_s, u"Disk/Moved/Other.stromi"_s));
     EXPECT_FALSE(reference->isRefreshed());
     reference->setUrl(QUrl());
-    EXPECT_EQ(reference->path(), at(QStringLiteral("Disk/Moved/Other.stromi")));
+    EXPECT_EQ(reference->path(), at(u"Disk/Moved/Other.stromi"_s));
     EXPECT_TRUE(reference->isRefreshed());
 }
 
 TEST_F(RepositoryReferenceTest, ABookmarkThatCannotBeMadeIsLoggedAndNone)
 {
-    const QUrl missing = QUrl::fromLocalFile(at(QStringLiteral("Disk/Missing.stromi")));
+    const QUrl missing = QUrl::fromLocalFile(at(u"Disk/Missing.stromi"_s));
     EXPECT_TRUE(RepositoryPathReference::initWithRepositoryURL(missing)->bookmark().isEmpty());
     EXPECT_FALSE(RepositoryAliasReference::initWithRepositoryURL(missing));
-    const auto lines = m_logger->linesContaining(QStringLiteral("problem converting URL"));
+    const auto lines = m_logger->linesContaining(u"problem converting URL"_s);
     ASSERT_EQ(lines.size(), 1);
     EXPECT_EQ(lines[0].classification, 9);
     EXPECT_TRUE(lines[0].message.startsWith(
         QStringLiteral("-[RepositoryReference bookmarkWithOption:includingResourceValues:] problem "
                        "converting URL (%1) into bookmark: Error Domain=POSIX Code=2")
             .arg(missing.toString())));
-    EXPECT_FALSE(
-        RepositoryPathReference::referenceToPath(makeFolder(QStringLiteral("Disk/A.stromi")))
-            ->bookmarkWithOption(1, RepositoryReference::essentialBookmarkPropertyKeys())
-            .size());
+    EXPECT_FALSE(RepositoryPathReference::referenceToPath(makeFolder(u"Disk/A.stromi"_s))
+                     ->bookmarkWithOption(1, RepositoryReference::essentialBookmarkPropertyKeys())
+                     .size());
 }

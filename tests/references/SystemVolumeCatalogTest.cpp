@@ -10,6 +10,8 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 
+using namespace Qt::StringLiterals;
+
 TEST(SystemVolumeCatalogTest, ReadsMountInfoLines)
 {
     struct Case
@@ -46,20 +48,14 @@ TEST(SystemVolumeCatalogTest, ReadsMountInfoLines)
 TEST(SystemVolumeCatalogTest, TheMountHoldingAPathIsTheDeepestOfItsDevice)
 {
     FakeVolumeCatalog catalog;
-    catalog.setMounts({{QStringLiteral("/"), 1, {}, {}},
-                       {QStringLiteral("/media/disk"), 2, {}, {}},
-                       {QStringLiteral("/media/disk/bind"), 1, {}, {}}},
-                      {}, {{QStringLiteral("/"), QStringLiteral("Root Label")}});
-    EXPECT_EQ(catalog.mountHolding(QStringLiteral("/media/disk/a"), 2)->mountPoint,
-              QStringLiteral("/media/disk"));
-    EXPECT_EQ(catalog.mountHolding(QStringLiteral("/media/disk/bind/a"), 1)->mountPoint,
-              QStringLiteral("/media/disk/bind"));
-    EXPECT_EQ(catalog.mountHolding(QStringLiteral("/media/diskette"), 1)->mountPoint,
-              QStringLiteral("/"));
-    EXPECT_EQ(catalog.volumeName(*catalog.mountHolding(QStringLiteral("/home"), 1)),
-              QStringLiteral("Root Label"));
-    EXPECT_EQ(catalog.volumeName({QStringLiteral("/media/disk"), 2, {}, {}}),
-              QStringLiteral("disk"));
+    catalog.setMounts(
+        {{u"/"_s, 1, {}, {}}, {u"/media/disk"_s, 2, {}, {}}, {u"/media/disk/bind"_s, 1, {}, {}}},
+        {}, {{u"/"_s, u"Root Label"_s}});
+    EXPECT_EQ(catalog.mountHolding(u"/media/disk/a"_s, 2)->mountPoint, u"/media/disk"_s);
+    EXPECT_EQ(catalog.mountHolding(u"/media/disk/bind/a"_s, 1)->mountPoint, u"/media/disk/bind"_s);
+    EXPECT_EQ(catalog.mountHolding(u"/media/diskette"_s, 1)->mountPoint, u"/"_s);
+    EXPECT_EQ(catalog.volumeName(*catalog.mountHolding(u"/home"_s, 1)), u"Root Label"_s);
+    EXPECT_EQ(catalog.volumeName({u"/media/disk"_s, 2, {}, {}}), u"disk"_s);
 }
 
 // This machine's own mount table and volume identity, without any fake.
@@ -68,11 +64,9 @@ TEST(SystemVolumeCatalogTest, ABookmarkOnThisMachineFindsItsRenamedFolder)
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
     const QString root = QFileInfo(dir.path()).canonicalFilePath();
-    ASSERT_TRUE(QDir(root).mkpath(QStringLiteral("Home.stromi")));
-    const auto bookmark =
-        BookmarkPath::fromUrl(QUrl::fromLocalFile(root + QStringLiteral("/Home.stromi")));
+    ASSERT_TRUE(QDir(root).mkpath(u"Home.stromi"_s));
+    const auto bookmark = BookmarkPath::fromUrl(QUrl::fromLocalFile(root + u"/Home.stromi"_s));
     ASSERT_TRUE(bookmark);
-    ASSERT_TRUE(QDir(root).rename(QStringLiteral("Home.stromi"), QStringLiteral("Work.stromi")));
-    EXPECT_EQ(bookmark->resolveQuietly(),
-              QUrl::fromLocalFile(root + QStringLiteral("/Work.stromi")));
+    ASSERT_TRUE(QDir(root).rename(u"Home.stromi"_s, u"Work.stromi"_s));
+    EXPECT_EQ(bookmark->resolveQuietly(), QUrl::fromLocalFile(root + u"/Work.stromi"_s));
 }

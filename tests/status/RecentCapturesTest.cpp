@@ -66,14 +66,16 @@ protected:
         return RecentCaptures::defaultFolder() + u"/"_s + name;
     }
 
-    QStringList recentNames() const
+    static QStringList namesOf(const QVariantList& records)
     {
         QStringList names;
-        for (const QVariant& record : m_history->recentlyCapturedRepositories()) {
+        for (const QVariant& record : records) {
             names.append(record.toMap()[u"name"_s].toString());
         }
         return names;
     }
+
+    QStringList recentNames() const { return namesOf(m_history->recentlyCapturedRepositories()); }
 
     QStringList namesFor(const QStringList& items) const
     {
@@ -81,11 +83,7 @@ protected:
         for (const QString& item : items) {
             paths.append(at(u"Disk/"_s + item));
         }
-        QStringList names;
-        for (const QVariant& record : m_history->findRepositoriesForItems(paths)) {
-            names.append(record.toMap()[u"name"_s].toString());
-        }
-        return names;
+        return namesOf(m_history->findRepositoriesForItems(paths));
     }
 
     quint64 m_device = 0;

@@ -9,6 +9,13 @@ namespace {
 
 constexpr double kSixHours = 21600;
 
+// The lit lights in the order OK, warning, critical; an unlit one is '-'.
+std::string lights(const StatusIndicators& indicator)
+{
+    return {indicator.OKLight ? 'O' : '-', indicator.warningLight ? 'W' : '-',
+            indicator.criticalLight ? 'C' : '-'};
+}
+
 class RepositoryGradeTest : public StatusFixture
 {
 protected:
@@ -27,53 +34,23 @@ TEST_F(RepositoryGradeTest, CaptureIndicatorLightsAndTitles)
     {
         QString label;
         QDateTime last;
-        bool loggedIssues;
-        bool ignore;
-        StatusIndicators expected;
+        bool loggedIssues, ignore;
+        std::string lights;
+        QString title;
     };
     const std::vector<Row> rows{
-        {u"never captured"_s, {}, false, false, {false, false, true, u"Captured never"_s}},
-        {u"an hour ago"_s,
-         m_now.addSecs(-3600),
-         false,
-         false,
-         {true, false, false, u"Captured today"_s}},
-        {u"just under 3 intervals"_s,
-         m_now.addSecs(-3 * 21600 + 1),
-         false,
-         false,
-         {true, false, false, u"Captured yesterday"_s}},
-        {u"exactly 3 intervals"_s,
-         m_now.addSecs(-3 * 21600),
-         false,
-         false,
-         {false, true, false, u"Captured yesterday"_s}},
-        {u"exactly 7 intervals"_s,
-         m_now.addSecs(-7 * 21600),
-         false,
-         false,
-         {false, false, true, u"Captured 2 days ago"_s}},
-        {u"noon 13 days back"_s,
-         noonDaysAgo(13),
-         false,
-         false,
-         {false, false, true, u"Captured 13 days ago"_s}},
-        {u"noon 14 days back"_s,
-         noonDaysAgo(14),
-         false,
-         false,
-         {false, false, true, u"Captured 14 days ago"_s}},
-        {u"noon 15 days back"_s,
-         noonDaysAgo(15),
-         false,
-         false,
-         {false, false, true, u"Captured 3 weeks ago"_s}},
-        {u"recent with logged issues"_s,
-         m_now.addSecs(-60),
-         true,
-         false,
-         {true, true, false, u"Capture logged issues"_s}},
-        {u"ignored"_s, {}, true, true, {false, false, false, u"Capture warnings silenced"_s}},
+        {u"never captured"_s, {}, false, false, "--C", u"Captured never"_s},
+        {u"an hour ago"_s, m_now.addSecs(-3600), false, false, "O--", u"Captured today"_s},
+        {u"under 3 intervals"_s, m_now.addSecs(-3 * 21600 + 1), false, false, "O--",
+         u"Captured yesterday"_s},
+        {u"3 intervals"_s, m_now.addSecs(-3 * 21600), false, false, "-W-", u"Captured yesterday"_s},
+        {u"7 intervals"_s, m_now.addSecs(-7 * 21600), false, false, "--C",
+         u"Captured 2 days ago"_s},
+        {u"13 days"_s, noonDaysAgo(13), false, false, "--C", u"Captured 13 days ago"_s},
+        {u"14 days"_s, noonDaysAgo(14), false, false, "--C", u"Captured 14 days ago"_s},
+        {u"15 days"_s, noonDaysAgo(15), false, false, "--C", u"Captured 3 weeks ago"_s},
+        {u"logged issues"_s, m_now.addSecs(-60), true, false, "OW-", u"Capture logged issues"_s},
+        {u"ignored"_s, {}, true, true, "---", u"Capture warnings silenced"_s},
     };
     for (const Row& row : rows) {
         const StatusIndicators indicator =
@@ -81,10 +58,8 @@ TEST_F(RepositoryGradeTest, CaptureIndicatorLightsAndTitles)
                                                  MonitorDefaults::kStatusCaptureWarningIntervals,
                                                  MonitorDefaults::kStatusCaptureTruantIntervals,
                                                  row.loggedIssues, row.ignore, *m_defaults);
-        EXPECT_EQ(indicator.title, row.expected.title) << row.label.toStdString();
-        EXPECT_EQ(indicator.OKLight, row.expected.OKLight) << row.label.toStdString();
-        EXPECT_EQ(indicator.warningLight, row.expected.warningLight) << row.label.toStdString();
-        EXPECT_EQ(indicator.criticalLight, row.expected.criticalLight) << row.label.toStdString();
+        EXPECT_EQ(indicator.title, row.title) << row.label.toStdString();
+        EXPECT_EQ(lights(indicator), row.lights) << row.label.toStdString();
     }
 }
 
@@ -106,8 +81,7 @@ TEST_F(RepositoryGradeTest, IntervalsTakeTheMinimumsAndVerifyFollowsCapture)
     // Captured 4 hours ago: within 3 x 6 h, so OK, though it is 4 means of 1 hour.
     const RepositoryGrade recent = grade(
         {{u"meanCaptureInterval"_s, 3600.0}, {u"lastCaptureDate"_s, m_now.addSecs(-4 * 3600)}});
-    EXPECT_TRUE(recent.capture.OKLight);
-    EXPECT_FALSE(recent.capture.warningLight);
+    EXPECT_EQ(lights(recent.capture), "O--");
 }
 
 TEST_F(RepositoryGradeTest, NeedsRepairOverridesEverythingUnlessIgnored)
@@ -154,32 +128,26 @@ TEST_F(RepositoryGradeTest, OnlyTrueNumbersSilenceWarnings)
 
 TEST_F(RepositoryGradeTest, SpaceLightsFollowTheUsedFraction)
 {
-    const double free = 1000.0;
     struct Row
     {
         qint64 size;
         qint64 unused;
-        bool ok, warning, critical;
+        std::string lights;
     };
     // used / (free + size), against 0.91 and 0.96; the volume's free space is the stored one
     // because no volume is found at the archive's recorded path.
-    const std::vector<Row> rows{{9000, 0, true, false, false},
-                                {10200, 0, false, true, false},
-                                {30000, 0, false, false, true},
-                                {30000, 20000, true, false, false}};
-    for (const Row& row : rows) {
+    for (const Row& row : {Row{9000, 0, "O--"}, Row{10200, 0, "-W-"}, Row{30000, 0, "--C"},
+                           Row{30000, 20000, "O--"}}) {
         auto status = RepositoryStatus::statusForRepository(makeArchive(u"S"_s));
         ASSERT_TRUE(status);
         status->setProperty(u"/nowhere/S.stromi"_s, RepositoryStatus::kRepositoryPath);
         status->setProperty(row.size, RepositoryStatus::kRepositorySize);
         status->setProperty(row.unused, RepositoryStatus::kRepositoryFree);
-        status->setProperty(qint64(free), RepositoryStatus::kVolumeFree);
+        status->setProperty(qint64(1000), RepositoryStatus::kVolumeFree);
         const RepositoryGrade graded =
             RepositoryGrade::gradeStatus(*status, *m_defaults, m_ignores.get());
-        EXPECT_EQ(graded.space.OKLight, row.ok) << row.size;
-        EXPECT_EQ(graded.space.warningLight, row.warning) << row.size;
-        EXPECT_EQ(graded.space.criticalLight, row.critical) << row.size;
-        EXPECT_EQ(graded.summary.criticalLight, true) << "never captured nor verified";
+        EXPECT_EQ(lights(graded.space), row.lights) << row.size << " " << row.unused;
+        EXPECT_TRUE(graded.summary.criticalLight) << "never captured nor verified";
     }
 }
 
