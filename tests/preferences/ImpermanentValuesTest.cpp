@@ -10,10 +10,12 @@
 #include <gtest/gtest.h>
 #include <memory>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 constexpr qint64 kDay = 86'400;
-const QString kKey = QStringLiteral("lastSize");
-const QString kArchive = QStringLiteral("archive-1");
+const QString kKey = u"lastSize"_s;
+const QString kArchive = u"archive-1"_s;
 
 class ImpermanentValuesTest : public ::testing::Test
 {
@@ -52,18 +54,18 @@ protected:
 };
 } // namespace
 
-TEST_F(ImpermanentValuesTest, AValueIsKeptWithTheTimeOfItsLastChange)
+TEST_F(ImpermanentValuesTest, AValueIsKeptWithTheTimeOfItsLastChangeOrOfAReadAfter28Days)
 {
     m_values.setImpermanentValue(1024, kKey, kArchive);
-    m_values.setImpermanentValue(2, QStringLiteral("kept"), kArchive);
+    m_values.setImpermanentValue(2, u"kept"_s, kArchive);
     EXPECT_TRUE(PropertyList::isEqual(m_values.impermanentValueForKey(kKey, kArchive), 1024));
     EXPECT_EQ(stamp(kArchive), m_now);
-    EXPECT_FALSE(m_values.impermanentValueForKey(kKey, QStringLiteral("other")).isValid());
-    EXPECT_FALSE(m_values.impermanentValueForKey(QStringLiteral("other"), kArchive).isValid());
+    EXPECT_FALSE(m_values.impermanentValueForKey(kKey, u"other"_s).isValid());
+    EXPECT_FALSE(m_values.impermanentValueForKey(u"other"_s, kArchive).isValid());
     EXPECT_TRUE(PropertyList::isEqual(nextStart().value(kArchive).toMap().value(kKey), 1024));
 
     // Setting the current value again neither stamps nor writes.
-    const QDateTime written = m_now;
+    QDateTime written = m_now;
     advanceDays(10);
     m_values.setImpermanentValue(1024, kKey, kArchive);
     EXPECT_EQ(stamp(kArchive), written);
@@ -71,54 +73,45 @@ TEST_F(ImpermanentValuesTest, AValueIsKeptWithTheTimeOfItsLastChange)
     // An invalid value removes the key and stamps the record.
     m_values.setImpermanentValue(QVariant(), kKey, kArchive);
     EXPECT_FALSE(record(kArchive).contains(kKey));
-    EXPECT_TRUE(record(kArchive).contains(QStringLiteral("kept")));
+    EXPECT_TRUE(record(kArchive).contains(u"kept"_s));
     EXPECT_EQ(stamp(kArchive), m_now);
-}
 
-TEST_F(ImpermanentValuesTest, ARecordIsStampedAgainWhenReadOnlyAfter28Days)
-{
-    m_values.setImpermanentValue(QStringLiteral("v"), kKey, kArchive);
-    const QDateTime written = m_now;
+    // Reading stamps the record again only once it is older than 28 days.
+    written = m_now;
     m_now = m_now.addSecs(ImpermanentValues::kRestampAge);
-    EXPECT_EQ(m_values.impermanentValueForKey(kKey, kArchive).toString(), QStringLiteral("v"));
+    EXPECT_TRUE(PropertyList::isEqual(m_values.impermanentValueForKey(u"kept"_s, kArchive), 2));
     EXPECT_EQ(stamp(kArchive), written);
     m_now = written.addSecs(30 * kDay);
-    EXPECT_EQ(m_values.impermanentValueForKey(kKey, kArchive).toString(), QStringLiteral("v"));
+    EXPECT_TRUE(PropertyList::isEqual(m_values.impermanentValueForKey(u"kept"_s, kArchive), 2));
     EXPECT_EQ(stamp(kArchive), m_now);
     EXPECT_EQ(
         nextStart().value(kArchive).toMap().value(ImpermanentValues::kTimestampKey).toDateTime(),
         m_now);
 }
 
-TEST_F(ImpermanentValuesTest, RecordsUntouchedFor200DaysGoAtTheNextStart)
+TEST_F(ImpermanentValuesTest, RecordsUntouchedFor200DaysGoAtTheNextStartNameSpaceByNameSpace)
 {
-    m_values.setImpermanentValue(1, kKey, QStringLiteral("old"));
+    const QString mirrors = u"KSStatusMirrors"_s;
+    m_values.setImpermanentValue(1, kKey, u"old"_s);
+    m_values.setImpermanentValue(4, kKey, u"old"_s, mirrors);
+    EXPECT_TRUE(PropertyList::isEqual(m_values.impermanentValueForKey(kKey, u"old"_s), 1));
+    EXPECT_TRUE(PropertyList::isEqual(m_values.impermanentValueForKey(kKey, u"old"_s, mirrors), 4));
     advanceDays(170);
-    m_values.setImpermanentValue(2, kKey, QStringLiteral("recent"));
+    m_values.setImpermanentValue(2, kKey, u"recent"_s);
     QVariantMap space = m_defaults.objectForKey(ImpermanentValues::kDefaultNameSpace).toMap();
-    space.insert(QStringLiteral("unstamped"), QVariantMap{{kKey, 3}});
+    space.insert(u"unstamped"_s, QVariantMap{{kKey, 3}});
     m_defaults.setObject(space, ImpermanentValues::kDefaultNameSpace);
     advanceDays(30);
 
     m_values.cullOrphanedImpermanentValuesInNameSpace();
     const QVariantMap stored = nextStart();
-    EXPECT_FALSE(stored.contains(QStringLiteral("old")));
-    EXPECT_TRUE(stored.contains(QStringLiteral("recent")));
-    EXPECT_TRUE(stored.contains(QStringLiteral("unstamped")));
+    EXPECT_FALSE(stored.contains(u"old"_s));
+    EXPECT_TRUE(stored.contains(u"recent"_s));
+    EXPECT_TRUE(stored.contains(u"unstamped"_s));
+    EXPECT_FALSE(record(u"old"_s, mirrors).isEmpty());
     // With nothing more to cull, nothing is written.
     m_values.cullOrphanedImpermanentValuesInNameSpace(ImpermanentValues::kDefaultNameSpace);
     EXPECT_FALSE(m_preferences.store().hasUnsynchronizedChanges(WTUserPreferences::kMonitorDomain));
-}
-
-TEST_F(ImpermanentValuesTest, NameSpacesAreKeptAndCulledApart)
-{
-    const QString space = QStringLiteral("KSStatusMirrors");
-    m_values.setImpermanentValue(1, kKey, kArchive, space);
-    m_values.setImpermanentValue(2, kKey, kArchive);
-    EXPECT_TRUE(PropertyList::isEqual(m_values.impermanentValueForKey(kKey, kArchive, space), 1));
-    EXPECT_TRUE(PropertyList::isEqual(m_values.impermanentValueForKey(kKey, kArchive), 2));
-    advanceDays(200);
-    m_values.cullOrphanedImpermanentValuesInNameSpace(space);
-    EXPECT_TRUE(record(kArchive, space).isEmpty());
-    EXPECT_FALSE(record(kArchive).isEmpty());
+    m_values.cullOrphanedImpermanentValuesInNameSpace(mirrors);
+    EXPECT_TRUE(record(u"old"_s, mirrors).isEmpty());
 }

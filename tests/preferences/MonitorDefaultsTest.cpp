@@ -9,6 +9,8 @@
 #include <memory>
 #include <utility>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 // One run of the monitor: its own store, preferences and defaults on the shared folder.
 struct Launch
@@ -26,7 +28,7 @@ struct Launch
 class MonitorDefaultsTest : public ::testing::Test
 {
 protected:
-    QString folder() const { return m_dir.path() + QStringLiteral("/Kestrom"); }
+    QString folder() const { return m_dir.path() + u"/Kestrom"_s; }
     QVariantMap monitorFile() const
     {
         return PreferenceStore(folder()).values(WTUserPreferences::kMonitorDomain);
@@ -62,7 +64,7 @@ TEST_F(MonitorDefaultsTest, ThirteenKeysAreRegisteredWithTheirKinds)
     }
 }
 
-TEST_F(MonitorDefaultsTest, UnsetKeysReadAsRegisteredAndAreNeverWritten)
+TEST_F(MonitorDefaultsTest, UnsetKeysReadAsRegisteredAndAreNeverWrittenHelperKeysTheirOwn)
 {
     Launch launch(folder());
     MonitorDefaults& defaults = launch.defaults;
@@ -76,7 +78,7 @@ TEST_F(MonitorDefaultsTest, UnsetKeysReadAsRegisteredAndAreNeverWritten)
     // A stored value wins, one that does not convert reads as registered, removal restores.
     ASSERT_TRUE(defaults.setBool(false, MonitorDefaults::kShowMonitorOnStart));
     ASSERT_TRUE(defaults.setInteger(5, MonitorDefaults::kStatusCaptureWarningIntervals));
-    defaults.setObject(QStringLiteral("lots"), MonitorDefaults::kStatusCaptureTruantIntervals);
+    defaults.setObject(u"lots"_s, MonitorDefaults::kStatusCaptureTruantIntervals);
     defaults.setObject(QByteArray("x"), MonitorDefaults::kStatusFreeWarning);
     EXPECT_FALSE(defaults.showMonitorOnStart());
     EXPECT_EQ(defaults.statusCaptureWarningIntervals(), 5);
@@ -88,22 +90,37 @@ TEST_F(MonitorDefaultsTest, UnsetKeysReadAsRegisteredAndAreNeverWritten)
     EXPECT_FALSE(monitorFile().contains(MonitorDefaults::kShowMonitorOnStart));
     EXPECT_TRUE(PropertyList::isEqual(
         monitorFile().value(MonitorDefaults::kStatusCaptureWarningIntervals), qint64(5)));
+
+    // Helper and client keys read their own domains; only the monitor's holds its defaults.
+    EXPECT_EQ(defaults.osaScriptExtensions(), u"scpt"_s);
+    EXPECT_TRUE(defaults.useAdminPrivileges());
+    WTUserPreferences& preferences = launch.preferences;
+    preferences.setValue(u"scpt:kscript"_s, MonitorDefaults::kOSAScriptExtensions,
+                         WTUserPreferences::kHelperDomain);
+    preferences.setValue(42, MonitorDefaults::kOSAScriptTool, WTUserPreferences::kHelperDomain);
+    preferences.setBool(false, MonitorDefaults::kUseAdminPrivileges,
+                        WTUserPreferences::kClientDomain);
+    EXPECT_EQ(defaults.osaScriptExtensions(), u"scpt:kscript"_s);
+    EXPECT_EQ(defaults.osaScriptTool(), u"/usr/bin/osascript"_s);
+    EXPECT_FALSE(defaults.useAdminPrivileges());
+    EXPECT_FALSE(
+        preferences
+            .valueForKey(MonitorDefaults::kUseAdminPrivileges, WTUserPreferences::kMonitorDomain)
+            .isValid());
 }
 
 TEST_F(MonitorDefaultsTest, WrittenOnceAndTheUsersChoiceIsNotResetAtTheNextStart)
 {
     {
         Launch first(folder());
-        const QVariantMap expected{{QStringLiteral("ActionIncomplete"), true},
-                                   {QStringLiteral("NeedsRepair"), true}};
+        const QVariantMap expected{{u"ActionIncomplete"_s, true}, {u"NeedsRepair"_s, true}};
         EXPECT_TRUE(PropertyList::isEqual(first.defaults.localNotifications(), expected));
         EXPECT_EQ(first.timer.count(), 1);
         first.timer.runPending();
         EXPECT_TRUE(PropertyList::isEqual(monitorFile().value(MonitorDefaults::kLocalNotifications),
                                           expected));
     }
-    for (const QVariantMap& choice :
-         {QVariantMap{{QStringLiteral("ActionIncomplete"), false}}, QVariantMap()}) {
+    for (const QVariantMap& choice : {QVariantMap{{u"ActionIncomplete"_s, false}}, QVariantMap()}) {
         {
             Launch chooses(folder());
             ASSERT_TRUE(chooses.defaults.setObject(choice, MonitorDefaults::kLocalNotifications));
@@ -113,27 +130,4 @@ TEST_F(MonitorDefaultsTest, WrittenOnceAndTheUsersChoiceIsNotResetAtTheNextStart
         EXPECT_TRUE(PropertyList::isEqual(next.defaults.localNotifications(), choice));
         EXPECT_EQ(next.timer.count(), 0);
     }
-}
-
-TEST_F(MonitorDefaultsTest, HelperAndClientKeysHaveTheirDefaultsAndStoredValues)
-{
-    Launch launch(folder());
-    const MonitorDefaults& defaults = launch.defaults;
-    EXPECT_EQ(defaults.osaScriptExtensions(), QStringLiteral("scpt"));
-    EXPECT_TRUE(defaults.useAdminPrivileges());
-
-    WTUserPreferences& preferences = launch.preferences;
-    preferences.setValue(QStringLiteral("scpt:kscript"), MonitorDefaults::kOSAScriptExtensions,
-                         WTUserPreferences::kHelperDomain);
-    preferences.setValue(42, MonitorDefaults::kOSAScriptTool, WTUserPreferences::kHelperDomain);
-    preferences.setBool(false, MonitorDefaults::kUseAdminPrivileges,
-                        WTUserPreferences::kClientDomain);
-    EXPECT_EQ(defaults.osaScriptExtensions(), QStringLiteral("scpt:kscript"));
-    EXPECT_EQ(defaults.osaScriptTool(), QStringLiteral("/usr/bin/osascript"));
-    EXPECT_FALSE(defaults.useAdminPrivileges());
-    // Only the monitor's own domain holds its defaults.
-    EXPECT_FALSE(
-        preferences
-            .valueForKey(MonitorDefaults::kUseAdminPrivileges, WTUserPreferences::kMonitorDomain)
-            .isValid());
 }

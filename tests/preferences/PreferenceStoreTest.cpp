@@ -11,14 +11,16 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
-const QString kDomain = QStringLiteral("com.kestrom.monitor");
+const QString kDomain = u"com.kestrom.monitor"_s;
 
 class PreferenceStoreTest : public ::testing::Test
 {
 protected:
-    QString folder() const { return m_dir.path() + QStringLiteral("/Kestrom"); }
-    QString path() const { return folder() + QStringLiteral("/com.kestrom.monitor.plist"); }
+    QString folder() const { return m_dir.path() + u"/Kestrom"_s; }
+    QString path() const { return folder() + u"/com.kestrom.monitor.plist"_s; }
 
     QByteArray fileBytes(const QString& file) const
     {
@@ -50,11 +52,11 @@ TEST_F(PreferenceStoreTest, ValuesAndDomainsThatCannotBeStoredAreRefusedWithALin
 {
     RecordingLogSink sink;
     PreferenceStore store(folder());
-    EXPECT_FALSE(store.setValue(QStringLiteral("point"), QPoint(1, 2), kDomain));
-    EXPECT_FALSE(store.setValue(QStringLiteral("k"), 1, QStringLiteral("../escape")));
-    EXPECT_FALSE(store.value(QStringLiteral("point"), kDomain).isValid());
+    EXPECT_FALSE(store.setValue(u"point"_s, QPoint(1, 2), kDomain));
+    EXPECT_FALSE(store.setValue(u"k"_s, 1, u"../escape"_s));
+    EXPECT_FALSE(store.value(u"point"_s, kDomain).isValid());
     EXPECT_EQ(sink.lines().size(), 2);
-    EXPECT_FALSE(QFile::exists(m_dir.path() + QStringLiteral("/escape.plist")));
+    EXPECT_FALSE(QFile::exists(m_dir.path() + u"/escape.plist"_s));
 }
 
 TEST_F(PreferenceStoreTest, TheFolderFollowsXdgConfigHomeReadAtConstruction)
@@ -66,32 +68,31 @@ TEST_F(PreferenceStoreTest, TheFolderFollowsXdgConfigHomeReadAtConstruction)
     qputenv("XDG_CONFIG_HOME", m_dir.path().toLocal8Bit());
     EXPECT_EQ(PreferenceStore().folder(), folder());
     qputenv("XDG_CONFIG_HOME", "relative/path");
-    EXPECT_EQ(PreferenceStore().folder(), QDir::homePath() + QStringLiteral("/.config/Kestrom"));
+    EXPECT_EQ(PreferenceStore().folder(), QDir::homePath() + u"/.config/Kestrom"_s);
 }
 
 TEST_F(PreferenceStoreTest, AnotherStoresKeysWrittenBetweenTwoFlushesSurvive)
 {
     PreferenceStore mine(folder());
     PreferenceStore theirs(folder());
-    mine.setValue(QStringLiteral("mine"), 1, kDomain);
-    mine.setValue(QStringLiteral("shared"), QStringLiteral("mine"), kDomain);
+    mine.setValue(u"mine"_s, 1, kDomain);
+    mine.setValue(u"shared"_s, u"mine"_s, kDomain);
     // Writes stay in memory until synchronized.
     EXPECT_TRUE(mine.hasUnsynchronizedChanges(kDomain));
     EXPECT_FALSE(QFile::exists(path()));
     ASSERT_TRUE(mine.synchronize(kDomain));
     EXPECT_FALSE(mine.hasUnsynchronizedChanges(kDomain));
-    EXPECT_FALSE(QFile::exists(path() + QStringLiteral(".lock")));
+    EXPECT_FALSE(QFile::exists(path() + u".lock"_s));
 
-    theirs.setValue(QStringLiteral("theirs"), 2, kDomain);
-    theirs.setValue(QStringLiteral("shared"), QVariant(), kDomain);
+    theirs.setValue(u"theirs"_s, 2, kDomain);
+    theirs.setValue(u"shared"_s, QVariant(), kDomain);
     ASSERT_TRUE(theirs.synchronize(kDomain));
     // Reads come from the cache until the next synchronize.
-    EXPECT_FALSE(mine.value(QStringLiteral("theirs"), kDomain).isValid());
+    EXPECT_FALSE(mine.value(u"theirs"_s, kDomain).isValid());
 
-    mine.setValue(QStringLiteral("later"), 3, kDomain);
+    mine.setValue(u"later"_s, 3, kDomain);
     ASSERT_TRUE(mine.synchronize(kDomain));
-    const QVariantMap expected{
-        {QStringLiteral("mine"), 1}, {QStringLiteral("theirs"), 2}, {QStringLiteral("later"), 3}};
+    const QVariantMap expected{{u"mine"_s, 1}, {u"theirs"_s, 2}, {u"later"_s, 3}};
     EXPECT_TRUE(PropertyList::isEqual(onDisk(), expected));
     EXPECT_TRUE(PropertyList::isEqual(mine.values(kDomain), expected));
 }
@@ -101,7 +102,7 @@ TEST_F(PreferenceStoreTest, TwoProcessesFlushingTheSameDomainTogetherLoseNothing
     constexpr int kCount = 150;
     QProcess child;
     child.start(QStringLiteral(KESTROM_PREFERENCE_WRITER),
-                {folder(), kDomain, QStringLiteral("child"), QString::number(kCount)});
+                {folder(), kDomain, u"child"_s, QString::number(kCount)});
     ASSERT_TRUE(child.waitForStarted());
     ASSERT_TRUE(child.waitForReadyRead(30'000));
     ASSERT_EQ(child.readLine().trimmed(), QByteArray("ready"));
@@ -110,7 +111,7 @@ TEST_F(PreferenceStoreTest, TwoProcessesFlushingTheSameDomainTogetherLoseNothing
 
     PreferenceStore store(folder());
     for (int i = 0; i < kCount; ++i) {
-        store.setValue(QStringLiteral("parent%1").arg(i), QVariant::fromValue(qint64(i)), kDomain);
+        store.setValue(u"parent%1"_s.arg(i), QVariant::fromValue(qint64(i)), kDomain);
         ASSERT_TRUE(store.synchronize(kDomain));
     }
     ASSERT_TRUE(child.waitForFinished(60'000));
@@ -120,62 +121,58 @@ TEST_F(PreferenceStoreTest, TwoProcessesFlushingTheSameDomainTogetherLoseNothing
     const QVariantMap values = onDisk();
     EXPECT_EQ(values.size(), 2 * kCount);
     for (int i = 0; i < kCount; ++i) {
-        EXPECT_TRUE(PropertyList::isEqual(values.value(QStringLiteral("parent%1").arg(i)),
+        EXPECT_TRUE(PropertyList::isEqual(values.value(u"parent%1"_s.arg(i)),
                                           QVariant::fromValue(qint64(i))));
-        EXPECT_TRUE(PropertyList::isEqual(values.value(QStringLiteral("child%1").arg(i)),
+        EXPECT_TRUE(PropertyList::isEqual(values.value(u"child%1"_s.arg(i)),
                                           QVariant::fromValue(qint64(i))));
     }
 }
 
-TEST_F(PreferenceStoreTest, ATruncatedFileIsLeftAloneUntilAWriteKeepsItsReadablePart)
+TEST_F(PreferenceStoreTest, AnUnreadableFileIsLeftAloneUntilAWriteKeepsWhatCanBeSalvaged)
 {
     PreferenceStore writer(folder());
-    writer.setValue(QStringLiteral("a"), QStringLiteral("first"), kDomain);
-    writer.setValue(QStringLiteral("b"), 2, kDomain);
-    writer.setValue(QStringLiteral("c"), QStringLiteral("third value"), kDomain);
+    writer.setValue(u"a"_s, u"first"_s, kDomain);
+    writer.setValue(u"b"_s, 2, kDomain);
+    writer.setValue(u"c"_s, u"third value"_s, kDomain);
     ASSERT_TRUE(writer.synchronize(kDomain));
-    // The parser refuses it: the third pair is cut in the middle of its value.
-    const QByteArray damaged = fileBytes(path()).left(fileBytes(path()).indexOf("third") + 3);
-    putFile(damaged);
-    RecordingLogSink sink;
-    PreferenceStore store(folder());
-    EXPECT_TRUE(store.values(kDomain).isEmpty());
-    ASSERT_TRUE(store.synchronize(kDomain));
-    ASSERT_EQ(sink.lines().size(), 1);
-    EXPECT_EQ(sink.lines().at(0).logClass, 5);
-    EXPECT_TRUE(sink.lines().at(0).text.contains(path()));
-    EXPECT_TRUE(sink.lines().at(0).text.contains(QStringLiteral("line ")));
-    EXPECT_EQ(fileBytes(path()), damaged);
-    EXPECT_FALSE(QFile::exists(path() + QStringLiteral(".corrupt")));
-
-    EXPECT_TRUE(store.setValue(QStringLiteral("new"), true, kDomain));
-    ASSERT_TRUE(store.synchronize(kDomain));
-    const QVariantMap expected{{QStringLiteral("a"), QStringLiteral("first")},
-                               {QStringLiteral("b"), 2},
-                               {QStringLiteral("new"), true}};
-    EXPECT_TRUE(PropertyList::isEqual(onDisk(), expected));
-    EXPECT_TRUE(PropertyList::isEqual(store.values(kDomain), expected));
-    EXPECT_EQ(fileBytes(path() + QStringLiteral(".corrupt")), damaged);
-    EXPECT_TRUE(PropertyList::isEqual(PreferenceStore(folder()).values(kDomain), expected));
-    EXPECT_EQ(sink.lines().size(), 1);
-}
-
-TEST_F(PreferenceStoreTest, UnreadableFilesOfEveryShapeGiveDefaultsAndARepairOnWrite)
-{
-    const QByteArray array = PropertyList::xmlData(QVariantList{1, 2}).data;
-    for (const QByteArray& damaged : {QByteArray(), QByteArray("not a property list at all"),
-                                      QByteArray("bplist00") + QByteArray(64, '\x7f'), array}) {
-        putFile(damaged);
-        QFile::remove(path() + QStringLiteral(".corrupt"));
+    struct Case
+    {
+        QByteArray damaged;
+        QVariantMap salvaged;
+        QString why;
+    };
+    // The parser refuses the first: its third pair is cut in the middle of its value.
+    const Case cases[] = {
+        {fileBytes(path()).left(fileBytes(path()).indexOf("third") + 3),
+         {{u"a"_s, u"first"_s}, {u"b"_s, 2}},
+         u"line "_s},
+        {QByteArray(), {}, u"it is empty"_s},
+        {QByteArray("not a property list at all"), {}, u"line 1, column 1"_s},
+        {QByteArray("bplist00") + QByteArray(64, '\x7f'), {}, u"its trailer is damaged"_s},
+        {PropertyList::xmlData(QVariantList{1, 2}).data, {}, u"it does not hold a dictionary"_s}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.damaged.left(20).toStdString());
+        putFile(c.damaged);
+        QFile::remove(path() + u".corrupt"_s);
         RecordingLogSink sink;
         PreferenceStore store(folder());
         EXPECT_TRUE(store.values(kDomain).isEmpty());
-        EXPECT_EQ(fileBytes(path()), damaged);
-        store.setValue(QStringLiteral("k"), QStringLiteral("v"), kDomain);
         ASSERT_TRUE(store.synchronize(kDomain));
-        EXPECT_TRUE(PropertyList::isEqual(onDisk(),
-                                          QVariantMap{{QStringLiteral("k"), QStringLiteral("v")}}));
-        EXPECT_EQ(fileBytes(path() + QStringLiteral(".corrupt")), damaged);
-        EXPECT_EQ(sink.lines().size(), 1) << damaged.left(20).toStdString();
+        ASSERT_EQ(sink.lines().size(), 1);
+        EXPECT_EQ(sink.lines().at(0).logClass, 5);
+        EXPECT_TRUE(sink.lines().at(0).text.contains(path()));
+        EXPECT_TRUE(sink.lines().at(0).text.contains(u"damaged ("_s + c.why));
+        EXPECT_EQ(fileBytes(path()), c.damaged);
+        EXPECT_FALSE(QFile::exists(path() + u".corrupt"_s));
+
+        EXPECT_TRUE(store.setValue(u"new"_s, true, kDomain));
+        ASSERT_TRUE(store.synchronize(kDomain));
+        QVariantMap expected = c.salvaged;
+        expected.insert(u"new"_s, true);
+        EXPECT_TRUE(PropertyList::isEqual(onDisk(), expected));
+        EXPECT_TRUE(PropertyList::isEqual(store.values(kDomain), expected));
+        EXPECT_EQ(fileBytes(path() + u".corrupt"_s), c.damaged);
+        EXPECT_TRUE(PropertyList::isEqual(PreferenceStore(folder()).values(kDomain), expected));
+        EXPECT_EQ(sink.lines().size(), 1);
     }
 }

@@ -7,23 +7,24 @@
 #include <plist/plist.h>
 #include <utility>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 const QDateTime kPiDay(QDate(2026, 3, 14), QTime(9, 26, 53), QTimeZone::utc());
 
 QVariantMap everyKind()
 {
-    return {{QStringLiteral("text"), QStringLiteral("Capture “Photos” <&> 10 % ü😀")},
-            {QStringLiteral("data"), QByteArray("\x00\x01\xff\x00", 4)},
-            {QStringLiteral("date"), kPiDay},
-            {QStringLiteral("yes"), true},
-            {QStringLiteral("negative"), QVariant::fromValue(qint64(-5))},
-            {QStringLiteral("huge"), QVariant::fromValue(std::numeric_limits<quint64>::max())},
-            {QStringLiteral("whole real"), 5.0},
-            {QStringLiteral("empty map"), QVariantMap{}},
-            {QStringLiteral("nested"),
-             QVariantMap{{QStringLiteral("list"),
-                          QVariantList{QVariant::fromValue(qint64(1)), QStringLiteral("two"),
-                                       QVariantList{kPiDay}, QVariantMap{{QString(), true}}}}}}};
+    return {{u"text"_s, u"Capture “Photos” <&> 10 % ü😀"_s},
+            {u"data"_s, QByteArray("\x00\x01\xff\x00", 4)},
+            {u"date"_s, kPiDay},
+            {u"yes"_s, true},
+            {u"negative"_s, QVariant::fromValue(qint64(-5))},
+            {u"huge"_s, QVariant::fromValue(std::numeric_limits<quint64>::max())},
+            {u"whole real"_s, 5.0},
+            {u"empty map"_s, QVariantMap{}},
+            {u"nested"_s, QVariantMap{{u"list"_s, QVariantList{QVariant::fromValue(qint64(1)),
+                                                               u"two"_s, QVariantList{kPiDay},
+                                                               QVariantMap{{QString(), true}}}}}}};
 }
 
 struct PlistFree
@@ -86,11 +87,10 @@ TEST(PropertyListXml, EveryKindComesBackEqualAndOfItsKind)
         EXPECT_TRUE(PropertyList::isEqual(decoded.value(key), original.value(key)))
             << key.toStdString() << ": " << decoded.value(key).toString().toStdString();
     }
-    EXPECT_EQ(decoded.value(QStringLiteral("huge")).metaType(), QMetaType::fromType<quint64>());
-    EXPECT_EQ(decoded.value(QStringLiteral("negative")).metaType(), QMetaType::fromType<qint64>());
-    EXPECT_EQ(decoded.value(QStringLiteral("whole real")).metaType(),
-              QMetaType::fromType<double>());
-    EXPECT_EQ(decoded.value(QStringLiteral("date")).toDateTime().offsetFromUtc(), 0);
+    EXPECT_EQ(decoded.value(u"huge"_s).metaType(), QMetaType::fromType<quint64>());
+    EXPECT_EQ(decoded.value(u"negative"_s).metaType(), QMetaType::fromType<qint64>());
+    EXPECT_EQ(decoded.value(u"whole real"_s).metaType(), QMetaType::fromType<double>());
+    EXPECT_EQ(decoded.value(u"date"_s).toDateTime().offsetFromUtc(), 0);
 }
 
 TEST(PropertyListBinary, ABinaryListWrittenByLibplistIsRead)
@@ -111,11 +111,9 @@ TEST(PropertyListBinary, ABinaryListWrittenByLibplistIsRead)
     const PropertyList::Parsed parsed = PropertyList::fromData(binary);
     ASSERT_TRUE(parsed.isValid()) << parsed.error.toStdString();
     const QVariantMap expected{
-        {QStringLiteral("negative"), QVariant::fromValue(qint64(-42))},
-        {QStringLiteral("date"), kPiDay.addMSecs(250)},
-        {QStringLiteral("list"),
-         QVariantList{QStringLiteral("héllo"),
-                      QVariantMap{{QStringLiteral("deep"), QByteArray("\x00\x7f", 2)}}}}};
+        {u"negative"_s, QVariant::fromValue(qint64(-42))},
+        {u"date"_s, kPiDay.addMSecs(250)},
+        {u"list"_s, QVariantList{u"héllo"_s, QVariantMap{{u"deep"_s, QByteArray("\x00\x7f", 2)}}}}};
     EXPECT_TRUE(PropertyList::isEqual(parsed.value, expected));
 }
 
@@ -143,15 +141,13 @@ TEST(PropertyListMalformed, DamagedInputGivesAnErrorNeverAValue)
         {QByteArray("garbage"), QString()},
         {QByteArray("bplist00"), QString()},
         {QByteArray("bplist00") + QByteArray(40, '\xff'), QString()},
-        {QByteArray("<?xml version=\"1.0\"?>\n<plist>\n<dict><key>a</oops>"),
-         QStringLiteral("line 3, column")},
+        {QByteArray("<?xml version=\"1.0\"?>\n<plist>\n<dict><key>a</oops>"), u"line 3, column"_s},
         {"<plist version=\"1.0\">" + QByteArray("<array>").repeated(levels) +
              QByteArray("</array>").repeated(levels) + "</plist>",
          QString()},
-        {handMadeBinary(nested, 4), QStringLiteral("nested")},
-        {handMadeBinary({QByteArray(1, char(0xA1)) + bigEndian(0, 1)}, 1),
-         QStringLiteral("itself")},
-        {handMadeBinary(expanding, 1), QStringLiteral("expands")}};
+        {handMadeBinary(nested, 4), u"nested"_s},
+        {handMadeBinary({QByteArray(1, char(0xA1)) + bigEndian(0, 1)}, 1), u"itself"_s},
+        {handMadeBinary(expanding, 1), u"expands"_s}};
     for (qsizetype length = 1; length < binary.size(); ++length) {
         inputs.append({binary.left(length), QString()});
     }

@@ -5,12 +5,13 @@
 #include "preferences/RecordingScheduler.h"
 #include "support/RecordingLogSink.h"
 
-#include <QDir>
 #include <QFile>
 #include <QLockFile>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 #include <memory>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 using namespace std::chrono_literals;
@@ -21,10 +22,10 @@ const QString& kClient = WTUserPreferences::kClientDomain;
 class WTUserPreferencesTest : public ::testing::Test
 {
 protected:
-    QString folder() const { return m_dir.path() + QStringLiteral("/Kestrom"); }
+    QString folder() const { return m_dir.path() + u"/Kestrom"_s; }
     QString path(const QString& domain) const
     {
-        return folder() + QLatin1Char('/') + domain + QStringLiteral(".plist");
+        return folder() + QLatin1Char('/') + domain + u".plist"_s;
     }
 
     // What the next process would read.
@@ -42,75 +43,69 @@ protected:
 
 TEST_F(WTUserPreferencesTest, SettingTheStoredValueAnswersNoAndSchedulesNothing)
 {
-    ASSERT_TRUE(m_preferences.setInteger(5, QStringLiteral("k"), kMonitor));
+    ASSERT_TRUE(m_preferences.setInteger(5, u"k"_s, kMonitor));
     m_preferences.synchronize();
-    EXPECT_TRUE(PropertyList::isEqual(onDisk(QStringLiteral("k"), kMonitor), 5));
+    EXPECT_TRUE(PropertyList::isEqual(onDisk(u"k"_s, kMonitor), 5));
     m_timer.runPending();
     EXPECT_FALSE(m_store->hasUnsynchronizedChanges(kMonitor));
 
-    EXPECT_FALSE(m_preferences.setValue(5, QStringLiteral("k"), kMonitor));
-    EXPECT_FALSE(m_preferences.setValue(QVariant(), QStringLiteral("never set"), kMonitor));
+    EXPECT_FALSE(m_preferences.setValue(5, u"k"_s, kMonitor));
+    EXPECT_FALSE(m_preferences.setValue(QVariant(), u"never set"_s, kMonitor));
     EXPECT_EQ(m_timer.count(), 1);
     EXPECT_FALSE(m_store->hasUnsynchronizedChanges(kMonitor));
     // A value of another kind is a change.
-    EXPECT_TRUE(m_preferences.setDouble(5.0, QStringLiteral("k"), kMonitor));
-    EXPECT_TRUE(m_preferences.setBool(true, QStringLiteral("k"), kMonitor));
-    EXPECT_TRUE(m_preferences.setValue(QStringLiteral("1"), QStringLiteral("k"), kMonitor));
-    EXPECT_TRUE(m_preferences.setValue(QVariant(), QStringLiteral("k"), kMonitor));
-    EXPECT_FALSE(m_preferences.valueForKey(QStringLiteral("k"), kMonitor).isValid());
+    EXPECT_TRUE(m_preferences.setDouble(5.0, u"k"_s, kMonitor));
+    EXPECT_TRUE(m_preferences.setBool(true, u"k"_s, kMonitor));
+    EXPECT_TRUE(m_preferences.setValue(u"1"_s, u"k"_s, kMonitor));
+    EXPECT_TRUE(m_preferences.setValue(QVariant(), u"k"_s, kMonitor));
+    EXPECT_FALSE(m_preferences.valueForKey(u"k"_s, kMonitor).isValid());
 }
 
-TEST_F(WTUserPreferencesTest, WritesToTwoDomainsAreFlushedTogetherOnceAfterTheDelay)
+TEST_F(WTUserPreferencesTest, WritesToTwoDomainsAreFlushedTogetherAndAFailedFlushRetried)
 {
-    ASSERT_TRUE(m_preferences.setBool(true, QStringLiteral("first"), kMonitor));
+    ASSERT_TRUE(m_preferences.setBool(true, u"first"_s, kMonitor));
     // A second later, within the window: no second flush is scheduled.
-    ASSERT_TRUE(m_preferences.setBool(true, QStringLiteral("second"), kClient));
+    ASSERT_TRUE(m_preferences.setBool(true, u"second"_s, kClient));
     EXPECT_EQ(m_timer.delays, QList{2000ms});
     EXPECT_FALSE(QFile::exists(path(kMonitor)));
     EXPECT_FALSE(QFile::exists(path(kClient)));
 
     m_timer.runPending();
-    EXPECT_TRUE(PropertyList::isEqual(onDisk(QStringLiteral("first"), kMonitor), true));
-    EXPECT_TRUE(PropertyList::isEqual(onDisk(QStringLiteral("second"), kClient), true));
-    ASSERT_TRUE(m_preferences.setBool(false, QStringLiteral("first"), kMonitor));
-    EXPECT_EQ(m_timer.delays, QList({2000ms, 2000ms}));
-}
+    EXPECT_TRUE(PropertyList::isEqual(onDisk(u"first"_s, kMonitor), true));
+    EXPECT_TRUE(PropertyList::isEqual(onDisk(u"second"_s, kClient), true));
 
-TEST_F(WTUserPreferencesTest, AFailedFlushIsRetriedByTheNextOne)
-{
+    // The monitor's file is locked by another: this flush fails, the next one retries it.
     RecordingLogSink sink;
     m_store->setLockTimeout(0ms);
-    QDir().mkpath(folder());
-    QLockFile held(path(kMonitor) + QStringLiteral(".lock"));
+    QLockFile held(path(kMonitor) + u".lock"_s);
     ASSERT_TRUE(held.tryLock(0));
-    ASSERT_TRUE(m_preferences.setInteger(1, QStringLiteral("k"), kMonitor));
+    ASSERT_TRUE(m_preferences.setBool(false, u"first"_s, kMonitor));
+    EXPECT_EQ(m_timer.delays, QList({2000ms, 2000ms}));
     m_timer.runPending();
-    EXPECT_FALSE(QFile::exists(path(kMonitor)));
+    EXPECT_TRUE(PropertyList::isEqual(onDisk(u"first"_s, kMonitor), true));
     EXPECT_EQ(sink.lines().size(), 1);
-
     held.unlock();
-    ASSERT_TRUE(m_preferences.setInteger(1, QStringLiteral("k"), kClient));
+    ASSERT_TRUE(m_preferences.setInteger(1, u"k"_s, kClient));
     m_timer.runPending();
-    EXPECT_TRUE(PropertyList::isEqual(onDisk(QStringLiteral("k"), kMonitor), qint64(1)));
-    EXPECT_TRUE(PropertyList::isEqual(onDisk(QStringLiteral("k"), kClient), qint64(1)));
+    EXPECT_TRUE(PropertyList::isEqual(onDisk(u"first"_s, kMonitor), false));
+    EXPECT_TRUE(PropertyList::isEqual(onDisk(u"k"_s, kClient), qint64(1)));
 }
 
 TEST_F(WTUserPreferencesTest, TypedReadsConvertClampOrFallBackToTheDefault)
 {
-    m_preferences.setValue(QStringLiteral("YES"), QStringLiteral("text yes"), kMonitor);
-    m_preferences.setValue(QStringLiteral("soon"), QStringLiteral("text"), kMonitor);
-    m_preferences.setDouble(7.75, QStringLiteral("real"), kMonitor);
-    m_preferences.setValue(QByteArray("12"), QStringLiteral("data"), kMonitor);
-    m_preferences.setInteger(50, QStringLiteral("high"), kMonitor);
-    m_preferences.setInteger(-50, QStringLiteral("low"), kMonitor);
-    EXPECT_TRUE(m_preferences.boolForKey(QStringLiteral("text yes"), kMonitor));
-    EXPECT_FALSE(m_preferences.boolForKey(QStringLiteral("absent"), kMonitor));
-    EXPECT_TRUE(m_preferences.boolForKey(QStringLiteral("text"), kMonitor, true));
-    EXPECT_EQ(m_preferences.valueForKey(QStringLiteral("absent"), kMonitor, 3), QVariant(3));
-    EXPECT_EQ(m_preferences.valueForKey(QStringLiteral("text"), kMonitor, 3).toString(),
-              QStringLiteral("soon"));
-    EXPECT_EQ(m_preferences.integerForKey(QStringLiteral("absent"), kMonitor), 0);
-    EXPECT_EQ(m_preferences.doubleForKey(QStringLiteral("real"), kMonitor, 2.5), 7.75);
+    m_preferences.setValue(u"YES"_s, u"text yes"_s, kMonitor);
+    m_preferences.setValue(u"soon"_s, u"text"_s, kMonitor);
+    m_preferences.setDouble(7.75, u"real"_s, kMonitor);
+    m_preferences.setValue(QByteArray("12"), u"data"_s, kMonitor);
+    m_preferences.setInteger(50, u"high"_s, kMonitor);
+    m_preferences.setInteger(-50, u"low"_s, kMonitor);
+    EXPECT_TRUE(m_preferences.boolForKey(u"text yes"_s, kMonitor));
+    EXPECT_FALSE(m_preferences.boolForKey(u"absent"_s, kMonitor));
+    EXPECT_TRUE(m_preferences.boolForKey(u"text"_s, kMonitor, true));
+    EXPECT_EQ(m_preferences.valueForKey(u"absent"_s, kMonitor, 3), QVariant(3));
+    EXPECT_EQ(m_preferences.valueForKey(u"text"_s, kMonitor, 3).toString(), u"soon"_s);
+    EXPECT_EQ(m_preferences.integerForKey(u"absent"_s, kMonitor), 0);
+    EXPECT_EQ(m_preferences.doubleForKey(u"real"_s, kMonitor, 2.5), 7.75);
 
     const struct
     {
