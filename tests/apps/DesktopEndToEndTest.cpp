@@ -1,29 +1,19 @@
-#include "foundation/KeyedArchive.h"
-#include "messaging/KSPublishedConnection.h"
-#include "messaging/SwitchboardFixture.h"
+#include "MonitorProcessFixture.h"
 #include "support/PrivateBus.h"
 
 #include <QDBusConnection>
-#include <QDBusMessage>
-#include <QDir>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 [[maybe_unused]] const bool s_privateBus = (PrivateBus::use(), true);
 
-const QString kMonitorName = QStringLiteral("com.kestrom.monitor");
-const QString kNotifications = QStringLiteral("org.freedesktop.Notifications");
+const QString kNotifications = u"org.freedesktop.Notifications"_s;
+const QString kNotificationsPath = u"/org/freedesktop/Notifications"_s;
 
 QDBusConnection testBus()
 {
-    return QDBusConnection::connectToBus(QDBusConnection::SessionBus,
-                                         QStringLiteral("desktop-end-to-end"));
-}
-
-// A mount namespace of the monitor's own lets the test mount a volume that nobody else sees.
-bool canUnshareMounts()
-{
-    return QProcess::execute(QStringLiteral("unshare"),
-                             {QStringLiteral("-m"), QStringLiteral("true")}) == 0;
+    return QDBusConnection::connectToBus(QDBusConnection::SessionBus, u"desktop-end-to-end"_s);
 }
 } // namespace
 
@@ -61,11 +51,11 @@ public:
 public Q_SLOTS:
     void update(const QString&, const QVariantMap& properties)
     {
-        m_counts.append(properties.value(QStringLiteral("count")).toLongLong());
+        m_counts.append(properties.value(u"count"_s).toLongLong());
     }
 };
 
-class DesktopEndToEndTest : public SwitchboardFixture
+class DesktopEndToEndTest : public MonitorProcessFixture
 {
 protected:
     void SetUp() override
@@ -74,75 +64,55 @@ protected:
         ASSERT_TRUE(m_configHome.isValid());
         qputenv("XDG_CONFIG_HOME", m_configHome.path().toLocal8Bit());
         QDBusConnection bus = testBus();
-        ASSERT_TRUE(bus.registerObject(QStringLiteral("/org/freedesktop/Notifications"), &m_server,
-                                       QDBusConnection::ExportAllSlots));
-        ASSERT_TRUE(bus.registerService(kNotifications));
         ASSERT_TRUE(
-            bus.connect(QString(), QString(), QStringLiteral("com.canonical.Unity.LauncherEntry"),
-                        QStringLiteral("Update"), &m_launcher, SLOT(update(QString, QVariantMap))));
-        m_canMount = canUnshareMounts();
+            bus.registerObject(kNotificationsPath, &m_server, QDBusConnection::ExportAllSlots));
+        ASSERT_TRUE(bus.registerService(kNotifications));
+        ASSERT_TRUE(bus.connect(QString(), QString(), u"com.canonical.Unity.LauncherEntry"_s,
+                                u"Update"_s, &m_launcher, SLOT(update(QString, QVariantMap))));
+        // In a mount namespace of its own the monitor sees a volume that nobody else sees.
+        m_canMount = QProcess::execute(u"unshare"_s, words("-m true")) == 0;
         const QString monitor = QStringLiteral(MONITOR_PROGRAM);
-        const QStringList options{QStringLiteral("-platform"), QStringLiteral("offscreen")};
-        m_monitor = m_canMount ? std::make_unique<ChildProcess>(
-                                     QStringLiteral("unshare"),
-                                     QStringList{QStringLiteral("-m"),
-                                                 QStringLiteral("--propagation=private"), monitor} +
-                                         options)
-                               : std::make_unique<ChildProcess>(monitor, options);
-        ASSERT_TRUE(m_monitor->started());
-        ASSERT_TRUE(QTest::qWaitFor(
-            [] { return KSPublishedConnection::lookUpEndpoint(kMonitorName).has_value(); }, 30000))
-            << m_monitor->output().toStdString();
+        if (m_canMount) {
+            startMonitor(u"unshare"_s, words("-m --propagation=private") << monitor);
+        } else {
+            startMonitor(monitor);
+        }
     }
 
     void TearDown() override
     {
-        m_monitor.reset();
+        MonitorProcessFixture::TearDown();
         testBus().unregisterService(kNotifications);
-        testBus().unregisterObject(QStringLiteral("/org/freedesktop/Notifications"));
-        SwitchboardFixture::TearDown();
+        testBus().unregisterObject(kNotificationsPath);
     }
 
-    static QDBusMessage monitoringCall(const QString& member, const QVariantList& arguments)
-    {
-        const auto endpoint = KSPublishedConnection::lookUpEndpoint(kMonitorName);
-        QDBusMessage call =
-            QDBusMessage::createMethodCall(endpoint->service(), endpoint->path(),
-                                           QStringLiteral("com.kestrom.StromMonitoring"), member);
-        call.setArguments(arguments);
-        return call;
-    }
-
-    bool shown(const QString& summary) const
+    // Whether a notification with the summary (and the body, when one is given) was shown.
+    bool shown(const QString& summary, const QString& body = {}) const
     {
         return std::any_of(m_server.m_shown.cbegin(), m_server.m_shown.cend(),
-                           [&summary](const auto& one) { return one.summary == summary; });
+                           [&](const auto& one) {
+                               return one.summary == summary && (body.isNull() || one.body == body);
+                           });
     }
 
     QTemporaryDir m_configHome;
     FakeNotificationServer m_server;
     LauncherEntryListener m_launcher;
-    std::unique_ptr<ChildProcess> m_monitor;
     bool m_canMount = false;
 };
 
 TEST_F(DesktopEndToEndTest, CommandsAreAnnouncedAndCountedOnTheLauncher)
 {
     // Started and completed are off until the user asks for them.
-    QDBusConnection bus = MessagingThread::instance().connection();
+    const QString monitoring = u"com.kestrom.StromMonitoring"_s;
     for (int type : {0, 1}) {
-        ASSERT_TRUE(
-            bus.send(monitoringCall(QStringLiteral("setUserNotificationForType"), {type, true})));
+        ASSERT_TRUE(MessagingThread::instance().connection().send(
+            monitorCall(monitoring, u"setUserNotificationForType"_s, {type, true})));
     }
-    const QDBusMessage enabled =
-        bus.call(monitoringCall(QStringLiteral("queryEnabledUserNotificationForType"), {1}),
-                 QDBus::Block, 30000);
+    const QDBusMessage enabled = ask(monitoring, u"queryEnabledUserNotificationForType"_s, {1});
     ASSERT_TRUE(enabled.arguments().value(0).toBool()) << enabled.errorMessage().toStdString();
 
-    auto capture =
-        ctl({QStringLiteral("command"), QStringLiteral("capture"), QStringLiteral("--id"),
-             QStringLiteral("test.capture.1"), QStringLiteral("--steps"), QStringLiteral("3"),
-             QStringLiteral("--interval-ms"), QStringLiteral("20")});
+    auto capture = ctl(words("command capture --id test.capture.1 --steps 3 --interval-ms 20"));
     ASSERT_TRUE(capture->finished(60000));
     // The pane shows while the capture runs and retires a while after its success.
     ASSERT_TRUE(QTest::qWaitFor(
@@ -150,53 +120,39 @@ TEST_F(DesktopEndToEndTest, CommandsAreAnnouncedAndCountedOnTheLauncher)
         60000));
     EXPECT_EQ(m_launcher.m_counts, (QList<qint64>{1, 0}));
 
-    auto verify = ctl({QStringLiteral("command"), QStringLiteral("verify"), QStringLiteral("--id"),
-                       QStringLiteral("test.verify.1"), QStringLiteral("--steps"),
-                       QStringLiteral("2"), QStringLiteral("--interval-ms"), QStringLiteral("20"),
-                       QStringLiteral("--scenario"), QStringLiteral("fail")});
+    auto verify =
+        ctl(words("command verify --id test.verify.1 --steps 2 --interval-ms 20 --scenario fail"));
     ASSERT_TRUE(verify->finished(60000));
-    ASSERT_TRUE(
-        QTest::qWaitFor([this] { return shown(QStringLiteral("Verify incomplete")); }, 30000));
+    ASSERT_TRUE(QTest::qWaitFor([this] { return shown(u"Verify incomplete"_s); }, 30000));
     QStringList summaries;
     for (const auto& one : m_server.m_shown) {
         summaries.append(one.summary);
-        const bool sound = one.summary.endsWith(QStringLiteral(" incomplete"));
-        EXPECT_EQ(one.hints.value(QStringLiteral("sound-name")).toString(),
-                  sound ? QStringLiteral("message-new-instant") : QString())
+        const bool sound = one.summary.endsWith(u" incomplete"_s);
+        EXPECT_EQ(one.hints.value(u"sound-name"_s).toString(),
+                  sound ? u"message-new-instant"_s : QString())
             << one.summary.toStdString();
     }
-    EXPECT_EQ(summaries,
-              (QStringList{QStringLiteral("Capture started"), QStringLiteral("Capture complete"),
-                           QStringLiteral("Verify started"), QStringLiteral("Verify incomplete")}));
+    EXPECT_EQ(summaries, (QStringList{u"Capture started"_s, u"Capture complete"_s,
+                                      u"Verify started"_s, u"Verify incomplete"_s}));
 }
 
 TEST_F(DesktopEndToEndTest, ArchivesThatNeedRepairAreAnnouncedAtTheStartAndWhenTheyComeToIt)
 {
-    auto watch = ctl({QStringLiteral("watch"), QStringLiteral("RepositoryStatusChanged")});
-    ASSERT_TRUE(watch->waitForOutput(QStringLiteral("watching")));
+    auto watch = ctl(words("watch RepositoryStatusChanged"));
+    ASSERT_TRUE(watch->waitForOutput(u"watching"_s));
     QTemporaryDir folder;
-    const auto announced = [this](const QString& name) {
-        return std::any_of(
-            m_server.m_shown.cbegin(), m_server.m_shown.cend(), [&name](const auto& one) {
-                return one.summary == QStringLiteral("Archive Needs Repair") && one.body == name;
-            });
-    };
-    const auto create = [&](const QString& name) {
-        auto process = ctl({QStringLiteral("archive"), QStringLiteral("create"),
-                            folder.filePath(name + QStringLiteral(".stromi")),
-                            QStringLiteral("--needs-repair"), QStringLiteral("--no-history")});
+    // Made while the monitor is not yet watching, the first is found when status events begin;
+    // the second, made while it watches, is heard from the switchboard.
+    for (const QString& name : {u"Early"_s, u"Later"_s}) {
+        auto create =
+            ctl(QStringList{u"archive"_s, u"create"_s, folder.filePath(name + u".stromi"_s)}
+                << words("--needs-repair --no-history"));
         // This thread serves the notification server: wait with its event loop running.
-        EXPECT_TRUE(process->waitForOutput(QStringLiteral("mirror ")))
-            << process->output().toStdString();
-    };
-    // Made while the monitor is not yet watching: found when status events begin.
-    create(QStringLiteral("Early"));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return announced(QStringLiteral("Early")); }, 30000))
-        << m_monitor->output().toStdString();
-    // Made while it watches: heard from the switchboard.
-    create(QStringLiteral("Later"));
-    ASSERT_TRUE(QTest::qWaitFor([&] { return announced(QStringLiteral("Later")); }, 30000));
-    ASSERT_TRUE(watch->waitForOutput(folder.filePath(QStringLiteral("Later.stromi"))))
+        EXPECT_TRUE(create->waitForOutput(u"mirror "_s)) << create->output().toStdString();
+        ASSERT_TRUE(QTest::qWaitFor([&] { return shown(u"Archive Needs Repair"_s, name); }, 30000))
+            << name.toStdString() << m_monitor->output().toStdString();
+    }
+    ASSERT_TRUE(watch->waitForOutput(folder.filePath(u"Later.stromi"_s)))
         << watch->output().toStdString();
 }
 
@@ -205,22 +161,17 @@ TEST_F(DesktopEndToEndTest, AMountedVolumeReachesTheSwitchboard)
     if (!m_canMount) {
         GTEST_SKIP() << "this machine cannot give the monitor a mount namespace";
     }
-    auto watch = ctl({QStringLiteral("watch"), QStringLiteral("DiskEventVolumeDidMount")});
-    ASSERT_TRUE(watch->waitForOutput(QStringLiteral("watching")));
+    auto watch = ctl(words("watch DiskEventVolumeDidMount"));
+    ASSERT_TRUE(watch->waitForOutput(u"watching"_s));
     QTemporaryDir volume;
-    const QString pid = QString::number(m_monitor->pid());
-    ASSERT_EQ(
-        QProcess::execute(QStringLiteral("nsenter"),
-                          {QStringLiteral("-t"), pid, QStringLiteral("-m"), QStringLiteral("mount"),
-                           QStringLiteral("-t"), QStringLiteral("tmpfs"),
-                           QStringLiteral("kestrom-test"), volume.path()}),
-        0);
-    ASSERT_TRUE(watch->waitForOutput(QStringLiteral("notification from EventAgent")))
+    ASSERT_EQ(QProcess::execute(u"nsenter"_s,
+                                QStringList{u"-t"_s, QString::number(m_monitor->pid())}
+                                    << words("-m mount -t tmpfs kestrom-test") << volume.path()),
+              0);
+    ASSERT_TRUE(watch->waitForOutput(u"notification from EventAgent"_s))
         << watch->output().toStdString();
     EXPECT_TRUE(watch->output().contains(volume.path())) << watch->output().toStdString();
-    EXPECT_EQ(logLinesContaining(
-                  QStringLiteral("posting volume %1 mount notification").arg(volume.path())),
-              1);
+    EXPECT_EQ(logLinesContaining(u"posting volume %1 mount notification"_s.arg(volume.path())), 1);
 }
 
 #include "DesktopEndToEndTest.moc"

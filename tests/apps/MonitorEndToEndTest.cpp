@@ -1,154 +1,101 @@
+#include "MonitorProcessFixture.h"
 #include "foundation/KeyedArchive.h"
-#include "messaging/KSPublishedConnection.h"
-#include "messaging/SwitchboardFixture.h"
 #include "support/PrivateBus.h"
 #include "tracking/CommandManager.h"
 #include "tracking/CommandOnXPCConnection.h"
 
 #include <QDBusArgument>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 [[maybe_unused]] const bool s_privateBus = (PrivateBus::use(), true);
-
-const QString kMonitorName = QStringLiteral("com.kestrom.monitor");
 } // namespace
 
 // The real hub, the real monitor and real command processes, on a bus of the test's own.
-class MonitorEndToEndTest : public SwitchboardFixture
+class MonitorEndToEndTest : public MonitorProcessFixture
 {
 protected:
     void SetUp() override
     {
         SwitchboardFixture::SetUp();
-        m_monitor = std::make_unique<ChildProcess>(
-            QStringLiteral(MONITOR_PROGRAM),
-            QStringList{QStringLiteral("-platform"), QStringLiteral("offscreen"),
-                        QStringLiteral("--cull-interval"), QStringLiteral("1")});
-        ASSERT_TRUE(m_monitor->started());
-        ASSERT_TRUE(QTest::qWaitFor(
-            [] { return KSPublishedConnection::lookUpEndpoint(kMonitorName).has_value(); }, 30000))
-            << m_monitor->output().toStdString();
+        startMonitor(QStringLiteral(MONITOR_PROGRAM), words("--cull-interval 1"));
     }
-
-    void TearDown() override
-    {
-        m_monitor.reset();
-        SwitchboardFixture::TearDown();
-    }
-
-    // A synchronous question to the monitor, as a command or the client would ask it.
-    static QDBusMessage ask(const QString& interface, const QString& member,
-                            const QVariantList& arguments)
-    {
-        const auto endpoint = KSPublishedConnection::lookUpEndpoint(kMonitorName);
-        QDBusMessage call = QDBusMessage::createMethodCall(endpoint->service(), endpoint->path(),
-                                                           interface, member);
-        call.setArguments(arguments);
-        return MessagingThread::instance().connection().call(call, QDBus::Block, 30000);
-    }
-
-    static Endpoint listenerFor(const QString& identifier, const QString& name)
-    {
-        const QDBusMessage reply = ask(
-            QStringLiteral("com.kestrom.CommandListenerServiceProvider"),
-            QStringLiteral("queryListenerForCommandIdentifier"),
-            {identifier, KeyedArchive::archivedData(QVariantMap{{QStringLiteral("name"), name}})});
-        return qdbus_cast<Endpoint>(reply.arguments().value(0));
-    }
-
-    std::unique_ptr<ChildProcess> m_monitor;
 };
 
 TEST_F(MonitorEndToEndTest, ACommandRunsItsWholeRoad)
 {
-    auto command =
-        ctl({QStringLiteral("command"), QStringLiteral("capture"), QStringLiteral("--id"),
-             QStringLiteral("test.capture.1"), QStringLiteral("--steps"), QStringLiteral("5"),
-             QStringLiteral("--interval-ms"), QStringLiteral("20")});
+    auto command = ctl(words("command capture --id test.capture.1 --steps 5 --interval-ms 20"));
     ASSERT_TRUE(command->finished(60000));
     EXPECT_EQ(command->exitCode(), 0) << command->output().toStdString();
     const QString output = command->output();
-    EXPECT_TRUE(output.contains(QStringLiteral("roles 3"))) << output.toStdString();
-    EXPECT_TRUE(output.contains(QStringLiteral("capture test.capture.1 stopped")));
-    EXPECT_FALSE(output.contains(QStringLiteral("did not confirm")));
-    EXPECT_EQ(logLinesContaining(QStringLiteral("added listener")), 1);
-    EXPECT_EQ(logLinesContaining(QStringLiteral("removed listener")), 1);
+    EXPECT_TRUE(output.contains(u"roles 3"_s)) << output.toStdString();
+    EXPECT_TRUE(output.contains(u"capture test.capture.1 stopped"_s));
+    EXPECT_FALSE(output.contains(u"did not confirm"_s));
+    EXPECT_EQ(logLinesContaining(u"added listener"_s), 1);
+    EXPECT_EQ(logLinesContaining(u"removed listener"_s), 1);
 }
 
-TEST_F(MonitorEndToEndTest, TheSameIdentifierTwiceGivesTheSameListener)
+TEST_F(MonitorEndToEndTest, ListenersCommandNamesAndTheVersionAreAnsweredToPeers)
 {
-    auto served = ctl({QStringLiteral("serve"), QStringLiteral("test.twice")});
-    ASSERT_TRUE(served->waitForOutput(QStringLiteral("serving")));
-    const Endpoint first = listenerFor(QStringLiteral("test.twice"), QStringLiteral("verify"));
-    const Endpoint second = listenerFor(QStringLiteral("test.twice"), QStringLiteral("verify"));
-    EXPECT_FALSE(first.isNone());
-    EXPECT_EQ(first, second);
-}
-
-TEST_F(MonitorEndToEndTest, OnlyTheElevenCommandNamesCanBeMonitored)
-{
-    const auto canMonitor = [](const QString& name) {
-        return ask(QStringLiteral("com.kestrom.StromMonitoring"),
-                   QStringLiteral("queryCanMonitorCommandName"), {name})
-            .arguments()
-            .value(0)
-            .toBool();
+    auto served = ctl(words("serve test.twice"));
+    ASSERT_TRUE(served->waitForOutput(u"serving"_s));
+    const auto answer = [](const QString& interface, const QString& member,
+                           const QVariantList& arguments) {
+        return ask(u"com.kestrom."_s + interface, member, arguments).arguments().value(0);
     };
-    EXPECT_FALSE(canMonitor(QStringLiteral("Capture")));
-    EXPECT_FALSE(canMonitor(QStringLiteral("dump")));
-    EXPECT_TRUE(canMonitor(QStringLiteral("erase")));
-    EXPECT_EQ(ask(QStringLiteral("com.kestrom.KSComponentInstalling"),
-                  QStringLiteral("queryComponentVersionWithReply"), {})
-                  .arguments()
-                  .value(0)
-                  .toString(),
-              QStringLiteral("Monitor-2.2.5.12"));
+    const QVariantList question{u"test.twice"_s,
+                                KeyedArchive::archivedData(QVariantMap{{u"name"_s, u"verify"_s}})};
+    const auto first = qdbus_cast<Endpoint>(answer(
+        u"CommandListenerServiceProvider"_s, u"queryListenerForCommandIdentifier"_s, question));
+    EXPECT_FALSE(first.isNone());
+    EXPECT_EQ(first, qdbus_cast<Endpoint>(answer(u"CommandListenerServiceProvider"_s,
+                                                 u"queryListenerForCommandIdentifier"_s, question)))
+        << "the same identifier twice gives the same listener";
+    // Only the eleven command names, in lower case, can be monitored.
+    for (const auto& [name, can] :
+         {std::pair{u"Capture"_s, false}, {u"dump"_s, false}, {u"erase"_s, true}}) {
+        EXPECT_EQ(answer(u"StromMonitoring"_s, u"queryCanMonitorCommandName"_s, {name}).toBool(),
+                  can)
+            << name.toStdString();
+    }
+    EXPECT_EQ(answer(u"KSComponentInstalling"_s, u"queryComponentVersionWithReply"_s, {}),
+              u"Monitor-2.2.5.12"_s);
 }
 
 TEST_F(MonitorEndToEndTest, AFailingCommandsExceptionReachesTheMonitor)
 {
-    auto command =
-        ctl({QStringLiteral("command"), QStringLiteral("verify"), QStringLiteral("--id"),
-             QStringLiteral("test.verify.1"), QStringLiteral("--steps"), QStringLiteral("2"),
-             QStringLiteral("--interval-ms"), QStringLiteral("20"), QStringLiteral("--scenario"),
-             QStringLiteral("fail"), QStringLiteral("--fail-name"), QStringLiteral("Data"),
-             QStringLiteral("--posix"), QStringLiteral("13")});
+    auto command = ctl(words("command verify --id test.verify.1 --steps 2 --interval-ms 20 "
+                             "--scenario fail --fail-name Data --posix 13"));
     ASSERT_TRUE(command->finished(60000));
     EXPECT_EQ(command->exitCode(), 0) << command->output().toStdString();
     // The stop is answered only after the monitor handled it, so its lines are there now.
-    EXPECT_EQ(logLinesContaining(QStringLiteral("command returned exception")), 1);
-    EXPECT_GE(logLinesContaining(QStringLiteral("POSIXErr: 13")), 1);
+    EXPECT_EQ(logLinesContaining(u"command returned exception"_s), 1);
+    EXPECT_GE(logLinesContaining(u"POSIXErr: 13"_s), 1);
 }
 
 TEST_F(MonitorEndToEndTest, ACommandKilledWithoutAStopIsLost)
 {
-    auto command =
-        ctl({QStringLiteral("command"), QStringLiteral("compact"), QStringLiteral("--id"),
-             QStringLiteral("test.compact.1"), QStringLiteral("--interval-ms"),
-             QStringLiteral("20"), QStringLiteral("--die-after"), QStringLiteral("2")});
+    auto command = ctl(words("command compact --id test.compact.1 --interval-ms 20 --die-after 2"));
     ASSERT_TRUE(command->finished(60000));
     EXPECT_TRUE(QTest::qWaitFor(
-        [] { return logLinesContaining(QStringLiteral("lost connection with command")) >= 1; },
-        60000))
+        [] { return logLinesContaining(u"lost connection with command"_s) >= 1; }, 60000))
         << m_monitor->output().toStdString();
-    EXPECT_TRUE(QTest::qWaitFor(
-        [] { return logLinesContaining(QStringLiteral("removed listener")) == 1; }, 60000));
+    EXPECT_TRUE(
+        QTest::qWaitFor([] { return logLinesContaining(u"removed listener"_s) == 1; }, 60000));
 }
 
 TEST_F(MonitorEndToEndTest, AStopRequestStopsTheCommand)
 {
-    auto command =
-        ctl({QStringLiteral("command"), QStringLiteral("verify"), QStringLiteral("--id"),
-             QStringLiteral("test.hang.1"), QStringLiteral("--scenario"), QStringLiteral("hang"),
-             QStringLiteral("--interval-ms"), QStringLiteral("50")});
-    ASSERT_TRUE(command->waitForOutput(QStringLiteral("started")));
+    auto command = ctl(words("command verify --id test.hang.1 --scenario hang --interval-ms 50"));
+    ASSERT_TRUE(command->waitForOutput(u"started"_s));
     // The test plays a second monitor-side manager for the same command.
     auto manager = std::make_shared<CommandManager>();
-    manager->connectToCommand(std::make_shared<CommandOnXPCConnection>(
-        QStringLiteral("verify"), Endpoint(), QStringLiteral("test.hang.1")));
+    manager->connectToCommand(
+        std::make_shared<CommandOnXPCConnection>(u"verify"_s, Endpoint(), u"test.hang.1"_s));
     manager->stopCommand();
     ASSERT_TRUE(command->finished(60000));
-    EXPECT_TRUE(command->output().contains(QStringLiteral("<Cancel> canceled by request")))
+    EXPECT_TRUE(command->output().contains(u"<Cancel> canceled by request"_s))
         << command->output().toStdString();
 }
 
@@ -156,8 +103,7 @@ TEST_F(MonitorEndToEndTest, APlainQuitExitsWith75)
 {
     ASSERT_TRUE(m_monitor->stop(SIGTERM));
     EXPECT_EQ(m_monitor->exitCode(), 75);
-    EXPECT_EQ(logLinesContaining(QStringLiteral("will exit abnormally")), 1);
-    EXPECT_EQ(
-        logLinesContaining(QStringLiteral("stopping Monitor-2.2.5.12, exiting with status 75")), 1);
-    EXPECT_FALSE(KSPublishedConnection::lookUpEndpoint(kMonitorName).has_value());
+    EXPECT_EQ(logLinesContaining(u"will exit abnormally"_s), 1);
+    EXPECT_EQ(logLinesContaining(u"stopping Monitor-2.2.5.12, exiting with status 75"_s), 1);
+    EXPECT_FALSE(monitorEndpoint().has_value());
 }

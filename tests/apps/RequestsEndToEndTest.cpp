@@ -1,5 +1,4 @@
-#include "messaging/KSPublishedConnection.h"
-#include "messaging/SwitchboardFixture.h"
+#include "MonitorProcessFixture.h"
 #include "references/BookmarkPath.h"
 
 #include <QDBusConnection>
@@ -9,9 +8,10 @@
 #include <QTemporaryDir>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
-const QString kMonitorName = QStringLiteral("com.kestrom.monitor");
-const QString kPassword = QStringLiteral("tr0ub4dor-&-3");
+const QString kPassword = u"tr0ub4dor-&-3"_s;
 
 // A bus of the test's own that admits every user, so a peer of another uid can knock, with an
 // unlocked keyring serving secrets on it.
@@ -21,7 +21,7 @@ public:
     void SetUp() override
     {
         ASSERT_TRUE(m_folder.isValid());
-        const QString config = m_folder.filePath(QStringLiteral("bus.conf"));
+        const QString config = m_folder.filePath(u"bus.conf"_s);
         QFile file(config);
         ASSERT_TRUE(file.open(QIODevice::WriteOnly));
         file.write(
@@ -32,9 +32,8 @@ public:
             "<allow send_destination=\"*\"/><allow receive_sender=\"*\"/><allow own=\"*\"/>"
             "</policy></busconfig>\n");
         file.close();
-        m_daemon.start(QStringLiteral("dbus-daemon"),
-                       {QStringLiteral("--config-file=") + config, QStringLiteral("--nofork"),
-                        QStringLiteral("--print-address=1")});
+        m_daemon.start(u"dbus-daemon"_s, words("--nofork --print-address=1")
+                                             << u"--config-file="_s + config);
         ASSERT_TRUE(m_daemon.waitForStarted(30000));
         QByteArray address;
         while (!address.contains('\n') && m_daemon.waitForReadyRead(30000)) {
@@ -43,12 +42,11 @@ public:
         ASSERT_TRUE(address.contains('\n'));
         qputenv("DBUS_SESSION_BUS_ADDRESS", address.trimmed());
         // A runtime folder of its own, or the keyring joins the one of the outer session.
-        const QString runtime = m_folder.filePath(QStringLiteral("runtime"));
+        const QString runtime = m_folder.filePath(u"runtime"_s);
         ASSERT_TRUE(QDir().mkdir(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
         qputenv("XDG_RUNTIME_DIR", runtime.toLocal8Bit());
         QProcess keyring;
-        keyring.start(QStringLiteral("gnome-keyring-daemon"),
-                      {QStringLiteral("--unlock"), QStringLiteral("--components=secrets")});
+        keyring.start(u"gnome-keyring-daemon"_s, words("--unlock --components=secrets"));
         keyring.write("kestrom-test\n");
         keyring.closeWriteChannel();
         ASSERT_TRUE(keyring.waitForFinished(30000));
@@ -63,9 +61,8 @@ public:
     {
         // The keyring daemon detached itself: found by the name it holds, stopped by its pid.
         const QDBusConnection bus =
-            QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("teardown"));
-        const QDBusReply<uint> pid =
-            bus.interface()->servicePid(QStringLiteral("org.freedesktop.secrets"));
+            QDBusConnection::connectToBus(QDBusConnection::SessionBus, u"teardown"_s);
+        const QDBusReply<uint> pid = bus.interface()->servicePid(u"org.freedesktop.secrets"_s);
         if (pid.isValid()) {
             ::kill(pid_t(pid.value()), SIGTERM);
         }
@@ -83,58 +80,42 @@ private:
 } // namespace
 
 // The real hub, the real monitor and kestromctl playing the commands that ask.
-class RequestsEndToEndTest : public SwitchboardFixture
+class RequestsEndToEndTest : public MonitorProcessFixture
 {
 protected:
     void SetUp() override
     {
         SwitchboardFixture::SetUp();
-        m_monitor = std::make_unique<ChildProcess>(
-            QStringLiteral(MONITOR_PROGRAM),
-            QStringList{QStringLiteral("-platform"), QStringLiteral("offscreen")});
-        ASSERT_TRUE(m_monitor->started());
-        ASSERT_TRUE(QTest::qWaitFor(
-            [] { return KSPublishedConnection::lookUpEndpoint(kMonitorName).has_value(); }, 30000));
-    }
-    void TearDown() override
-    {
-        m_monitor.reset();
-        SwitchboardFixture::TearDown();
+        startMonitor(QStringLiteral(MONITOR_PROGRAM));
     }
 
     static std::unique_ptr<ChildProcess> request(const QStringList& arguments)
     {
-        auto asking = ctl(QStringList{QStringLiteral("request")} + arguments);
+        auto asking = ctl(QStringList{u"request"_s} + arguments);
         EXPECT_TRUE(asking->finished(60000));
         return asking;
     }
 
-    std::unique_ptr<ChildProcess> m_monitor;
     QTemporaryDir m_files;
 };
 
 TEST_F(RequestsEndToEndTest, APasswordComesBackAndReachesNoLog)
 {
     QProcess store;
-    store.start(QStringLiteral("secret-tool"),
-                {QStringLiteral("store"), QStringLiteral("--label=test"), QStringLiteral("service"),
-                 QStringLiteral("Kestrom"), QStringLiteral("account"), QStringLiteral("anna")});
+    store.start(u"secret-tool"_s, words("store --label=test service Kestrom account anna"));
     store.write(kPassword.toUtf8());
     store.closeWriteChannel();
     ASSERT_TRUE(store.waitForFinished(30000));
     ASSERT_EQ(store.exitCode(), 0) << store.readAllStandardError().toStdString();
 
-    auto found = request({QStringLiteral("password"), QStringLiteral("--id"), QStringLiteral("c.1"),
-                          QStringLiteral("--account"), QStringLiteral("anna")});
+    auto found = request(words("password --id c.1 --account anna"));
     EXPECT_EQ(found->exitCode(), 0);
-    EXPECT_TRUE(found->output().contains(QStringLiteral("password ") + kPassword))
+    EXPECT_TRUE(found->output().contains(u"password "_s + kPassword))
         << found->output().toStdString();
-    auto missing =
-        request({QStringLiteral("password"), QStringLiteral("--id"), QStringLiteral("c.2"),
-                 QStringLiteral("--account"), QStringLiteral("nobody")});
+    auto missing = request(words("password --id c.2 --account nobody"));
     EXPECT_EQ(missing->exitCode(), 1);
-    EXPECT_TRUE(missing->output().contains(QStringLiteral("no password")));
-    EXPECT_EQ(logLinesContaining(QStringLiteral("could not retrieve password from keychain")), 1);
+    EXPECT_TRUE(missing->output().contains(u"no password"_s));
+    EXPECT_EQ(logLinesContaining(u"could not retrieve password from keychain"_s), 1);
 
     ASSERT_TRUE(m_monitor->stop());
     int files = 0;
@@ -150,8 +131,7 @@ TEST_F(RequestsEndToEndTest, APasswordComesBackAndReachesNoLog)
 
 TEST_F(RequestsEndToEndTest, ScriptsRunAsTheUserSaysAndOnlyTheirOwnCancelStopsThem)
 {
-    const QDir folder(m_files.path());
-    const QString path = folder.filePath(QStringLiteral("prolog.sh"));
+    const QString path = m_files.filePath(u"prolog.sh"_s);
     QFile script(path);
     ASSERT_TRUE(script.open(QIODevice::WriteOnly));
     script.write("#!/bin/sh\necho \"hello from $WHO\"\ntouch \"$0.started\"\n"
@@ -159,61 +139,52 @@ TEST_F(RequestsEndToEndTest, ScriptsRunAsTheUserSaysAndOnlyTheirOwnCancelStopsTh
     script.close();
     script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 
-    auto running = ctl({QStringLiteral("request"), QStringLiteral("script"), QStringLiteral("--id"),
-                        QStringLiteral("s.1"), QStringLiteral("--path"), path,
-                        QStringLiteral("--env"), QStringLiteral("WHO=test")});
-    ASSERT_TRUE(
-        QTest::qWaitFor([&] { return QFile::exists(path + QStringLiteral(".started")); }, 30000));
-    auto other = request({QStringLiteral("cancel"), QStringLiteral("--id"), QStringLiteral("s.2")});
-    EXPECT_EQ(other->exitCode(), 0);
-    QFile(path + QStringLiteral(".go")).open(QIODevice::WriteOnly);
+    auto running = ctl(words("request script --id s.1 --env WHO=test --path") << path);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return QFile::exists(path + u".started"_s); }, 30000));
+    EXPECT_EQ(request(words("cancel --id s.2"))->exitCode(), 0);
+    QFile(path + u".go"_s).open(QIODevice::WriteOnly);
     ASSERT_TRUE(running->finished(60000));
     EXPECT_EQ(running->exitCode(), 0) << running->output().toStdString();
-    EXPECT_TRUE(running->output().startsWith(QStringLiteral("script still running\n")));
-    EXPECT_TRUE(running->output().contains(QStringLiteral("script success YES")));
+    EXPECT_TRUE(running->output().startsWith(u"script still running\n"_s));
+    EXPECT_TRUE(running->output().contains(u"script success YES"_s));
     // The output line is nested under the outcome line: its identifier extends the outcome's.
     QFile log(LogFileLogger::currentLogFilePath());
     ASSERT_TRUE(log.open(QIODevice::ReadOnly));
     const QString text = QString::fromUtf8(log.readAll());
-    const QRegularExpression nested(QStringLiteral(
-        "Prolog executed \\[([0-9.]+)\\]\\n.*Details hello from test \\[\\1\\.1\\]"));
+    const QRegularExpression nested(
+        u"Prolog executed \\[([0-9.]+)\\]\\n.*Details hello from test \\[\\1\\.1\\]"_s);
     EXPECT_TRUE(nested.match(text).hasMatch()) << text.toStdString();
 
     script.setPermissions(script.permissions() | QFile::WriteOther);
-    auto refused = request({QStringLiteral("script"), QStringLiteral("--id"), QStringLiteral("s.3"),
-                            QStringLiteral("--path"), path});
+    auto refused = request(words("script --id s.3 --path") << path);
     EXPECT_EQ(refused->exitCode(), 1);
-    EXPECT_TRUE(refused->output().contains(QStringLiteral("script success NO")));
-    EXPECT_EQ(logLinesContaining(QStringLiteral("is writable by group or others")), 1);
+    EXPECT_TRUE(refused->output().contains(u"script success NO"_s));
+    EXPECT_EQ(logLinesContaining(u"is writable by group or others"_s), 1);
 }
 
 TEST_F(RequestsEndToEndTest, PeersOfAnotherUserAreRefused)
 {
-    if (geteuid() != 0 || QStandardPaths::findExecutable(QStringLiteral("setpriv")).isEmpty()) {
+    if (geteuid() != 0 || QStandardPaths::findExecutable(u"setpriv"_s).isEmpty()) {
         GTEST_SKIP() << "becoming another user needs the super-user and setpriv";
     }
-    const auto endpoint = KSPublishedConnection::lookUpEndpoint(kMonitorName);
     const auto knock = [](const QString& destination, const QString& path, const QString& member) {
-        auto peer = std::make_unique<ChildProcess>(
-            QStringLiteral("setpriv"),
-            QStringList{QStringLiteral("--reuid=65534"), QStringLiteral("--regid=65534"),
-                        QStringLiteral("--clear-groups"), QStringLiteral("dbus-send"),
-                        QStringLiteral("--session"), QStringLiteral("--print-reply"),
-                        QStringLiteral("--dest=") + destination, path, member});
-        EXPECT_TRUE(peer->finished(30000));
-        return peer->output();
+        ChildProcess peer(u"setpriv"_s, words("--reuid=65534 --regid=65534 --clear-groups "
+                                              "dbus-send --session --print-reply")
+                                            << u"--dest="_s + destination << path << member);
+        EXPECT_TRUE(peer.finished(30000));
+        return peer.output();
     };
-    const QString hub =
-        knock(SwitchboardNames::busName(SwitchboardNames::perUserServiceName()),
-              QStringLiteral("/com/kestrom/Switchboard"),
-              QStringLiteral("com.kestrom.KSComponentMessaging.barrierWithCompletion"));
-    EXPECT_TRUE(hub.contains(QStringLiteral("AccessDenied"))) << hub.toStdString();
-    const QString monitor = knock(endpoint->service(), endpoint->path(),
-                                  QStringLiteral("com.kestrom.KSComponentInstalling."
-                                                 "queryComponentVersionWithReply"));
-    EXPECT_TRUE(monitor.contains(QStringLiteral("AccessDenied"))) << monitor.toStdString();
-    EXPECT_FALSE(monitor.contains(QStringLiteral("Monitor-2.2.5.12")));
-    EXPECT_EQ(logLinesContaining(QStringLiteral("a peer of uid 65534")), 2);
+    const QString hub = knock(SwitchboardNames::busName(SwitchboardNames::perUserServiceName()),
+                              u"/com/kestrom/Switchboard"_s,
+                              u"com.kestrom.KSComponentMessaging.barrierWithCompletion"_s);
+    EXPECT_TRUE(hub.contains(u"AccessDenied"_s)) << hub.toStdString();
+    const auto endpoint = monitorEndpoint();
+    const QString monitor =
+        knock(endpoint->service(), endpoint->path(),
+              u"com.kestrom.KSComponentInstalling.queryComponentVersionWithReply"_s);
+    EXPECT_TRUE(monitor.contains(u"AccessDenied"_s)) << monitor.toStdString();
+    EXPECT_FALSE(monitor.contains(u"Monitor-2.2.5.12"_s));
+    EXPECT_EQ(logLinesContaining(u"a peer of uid 65534"_s), 2);
 }
 
 TEST_F(RequestsEndToEndTest, BookmarksOfMovedArchivesResolveAndOfDeletedOnesDoNot)
@@ -224,24 +195,21 @@ TEST_F(RequestsEndToEndTest, BookmarksOfMovedArchivesResolveAndOfDeletedOnesDoNo
         EXPECT_TRUE(folder.mkdir(archive));
         const auto bookmark = BookmarkPath::fromUrl(QUrl::fromLocalFile(folder.filePath(archive)));
         EXPECT_TRUE(bookmark);
-        QFile file(folder.filePath(archive + QStringLiteral(".bookmark")));
+        QFile file(folder.filePath(archive + u".bookmark"_s));
         EXPECT_TRUE(file.open(QIODevice::WriteOnly));
         file.write(bookmark->bookmarkData());
         return file.fileName();
     };
-    const QString moved = bookmarkFile(QStringLiteral("moved.stromi"));
-    const QString deleted = bookmarkFile(QStringLiteral("deleted.stromi"));
-    ASSERT_TRUE(folder.rename(QStringLiteral("moved.stromi"), QStringLiteral("renamed.stromi")));
-    ASSERT_TRUE(folder.rmdir(QStringLiteral("deleted.stromi")));
+    const QString moved = bookmarkFile(u"moved.stromi"_s);
+    const QString deleted = bookmarkFile(u"deleted.stromi"_s);
+    ASSERT_TRUE(folder.rename(u"moved.stromi"_s, u"renamed.stromi"_s));
+    ASSERT_TRUE(folder.rmdir(u"deleted.stromi"_s));
 
-    auto found = request({QStringLiteral("repository"), QStringLiteral("--id"),
-                          QStringLiteral("r.1"), QStringLiteral("--bookmark-file"), moved});
+    auto found = request(words("repository --id r.1 --bookmark-file") << moved);
     EXPECT_EQ(found->exitCode(), 0) << found->output().toStdString();
-    EXPECT_EQ(found->output(), QStringLiteral("resolution status 2\nresolution status 0 path ") +
-                                   folder.filePath(QStringLiteral("renamed.stromi")) +
-                                   QLatin1Char('\n'));
-    auto gone = request({QStringLiteral("repository"), QStringLiteral("--id"),
-                         QStringLiteral("r.2"), QStringLiteral("--bookmark-file"), deleted});
+    EXPECT_EQ(found->output(), u"resolution status 2\nresolution status 0 path "_s +
+                                   folder.filePath(u"renamed.stromi"_s) + u'\n');
+    auto gone = request(words("repository --id r.2 --bookmark-file") << deleted);
     EXPECT_EQ(gone->exitCode(), 1);
-    EXPECT_EQ(gone->output(), QStringLiteral("resolution status 2\nresolution status 1\n"));
+    EXPECT_EQ(gone->output(), u"resolution status 2\nresolution status 1\n"_s);
 }

@@ -1,0 +1,58 @@
+#pragma once
+
+#include "messaging/KSPublishedConnection.h"
+#include "messaging/SwitchboardFixture.h"
+
+#include <QDBusMessage>
+
+// A command line written as one string; none of these tests' arguments holds a space.
+inline QStringList words(const char* line)
+{
+    return QString::fromLatin1(line).split(u' ');
+}
+
+// The real hub and the real monitor as processes on the test's bus.
+class MonitorProcessFixture : public SwitchboardFixture
+{
+protected:
+    // The program is the monitor itself or a wrapper whose arguments end with the monitor.
+    void startMonitor(const QString& program, const QStringList& arguments = {})
+    {
+        m_monitor =
+            std::make_unique<ChildProcess>(program, arguments + words("-platform offscreen"));
+        ASSERT_TRUE(m_monitor->started());
+        ASSERT_TRUE(QTest::qWaitFor([] { return monitorEndpoint().has_value(); }, 30000))
+            << m_monitor->output().toStdString();
+    }
+
+    void TearDown() override
+    {
+        m_monitor.reset();
+        SwitchboardFixture::TearDown();
+    }
+
+    static std::optional<Endpoint> monitorEndpoint()
+    {
+        return KSPublishedConnection::lookUpEndpoint(QStringLiteral("com.kestrom.monitor"));
+    }
+
+    static QDBusMessage monitorCall(const QString& interface, const QString& member,
+                                    const QVariantList& arguments)
+    {
+        const auto endpoint = monitorEndpoint();
+        QDBusMessage call = QDBusMessage::createMethodCall(endpoint->service(), endpoint->path(),
+                                                           interface, member);
+        call.setArguments(arguments);
+        return call;
+    }
+
+    // A synchronous question to the monitor, as a command or the client would ask it.
+    static QDBusMessage ask(const QString& interface, const QString& member,
+                            const QVariantList& arguments = {})
+    {
+        return MessagingThread::instance().connection().call(
+            monitorCall(interface, member, arguments), QDBus::Block, 30000);
+    }
+
+    std::unique_ptr<ChildProcess> m_monitor;
+};
