@@ -20,6 +20,8 @@
 #include <QTest>
 #include <QTextBlock>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 [[maybe_unused]] const bool s_privateBus = (PrivateBus::use(), true);
 
@@ -48,8 +50,7 @@ protected:
         ASSERT_NE(m_activity, nullptr);
         ASSERT_TRUE(QTest::qWaitFor(
             [] {
-                return KSPublishedConnection::lookUpEndpoint(QStringLiteral("com.kestrom.monitor"))
-                    .has_value();
+                return KSPublishedConnection::lookUpEndpoint(u"com.kestrom.monitor"_s).has_value();
             },
             30000));
     }
@@ -70,12 +71,9 @@ protected:
 TEST_F(ActivityEndToEndTest, AFailedVerifyShowsItsAlertAndViewLogOpensTheLogAtItsLine)
 {
     auto verify =
-        ctl({QStringLiteral("command"), QStringLiteral("verify"), QStringLiteral("--id"),
-             QStringLiteral("test.verify.1"), QStringLiteral("--steps"), QStringLiteral("2"),
-             QStringLiteral("--interval-ms"), QStringLiteral("20"), QStringLiteral("--scenario"),
-             QStringLiteral("fail"), QStringLiteral("--fail-name"), QStringLiteral("Data"),
-             QStringLiteral("--fail-reason"), QStringLiteral("index block 7 unreadable"),
-             QStringLiteral("--failed-command"), QStringLiteral("verify")});
+        ctl(u"command verify --id test.verify.1 --steps 2 --interval-ms 20 --scenario fail "
+            "--fail-name Data --failed-command verify --fail-reason"_s.split(u' ')
+            << u"index block 7 unreadable"_s);
     // The monitor answers on this thread: wait with the event loop running.
     ActivityWindowController& window = m_activity->controller();
     CommandUmbrellaViewController* pane = nullptr;
@@ -91,7 +89,7 @@ TEST_F(ActivityEndToEndTest, AFailedVerifyShowsItsAlertAndViewLogOpensTheLogAtIt
     // The "Data" alert: its texts with the command named, View Log, and no Repair Archive as
     // the command named no archive.
     CommandFailureViewController* failure = pane->failureViewController();
-    EXPECT_EQ(failure->failureReasonField()->text(), QStringLiteral("Verify failed"));
+    EXPECT_EQ(failure->failureReasonField()->text(), u"Verify failed"_s);
     EXPECT_EQ(failure->failureDescriptionField()->text(),
               QStringLiteral("A data integrity problem in the archive was encountered. See the "
                              "log for the details. Consider reindexing or repairing the archive."));
@@ -106,8 +104,7 @@ TEST_F(ActivityEndToEndTest, AFailedVerifyShowsItsAlertAndViewLogOpensTheLogAtIt
     ASSERT_TRUE(QTest::qWaitFor([&viewer] { return viewer.isVisible(); }, 10000));
     const QTextBlock shown =
         viewer.textView()->document()->findBlockByNumber(viewer.currentBlock());
-    EXPECT_TRUE(shown.text().contains(QStringLiteral("index block 7 unreadable")))
-        << shown.text().toStdString();
+    EXPECT_TRUE(shown.text().contains(u"index block 7 unreadable"_s)) << shown.text().toStdString();
     EXPECT_TRUE(viewer.highlightedBlocks().contains(viewer.currentBlock()));
     EXPECT_TRUE(m_client.m_actions.isEmpty());
     viewer.close();

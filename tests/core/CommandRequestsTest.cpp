@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 using namespace std::chrono_literals;
+using namespace Qt::StringLiterals;
 
 namespace {
 struct Post
@@ -27,9 +28,11 @@ struct Post
     QVariantMap info;
 };
 
+constexpr auto kRw = QFile::ReadOwner | QFile::WriteOwner;
+constexpr auto kRwx = kRw | QFile::ExeOwner;
+
 QString writeScript(const QDir& folder, const QString& name, const QByteArray& body,
-                    QFile::Permissions permissions = QFile::ReadOwner | QFile::WriteOwner |
-                                                     QFile::ExeOwner)
+                    QFile::Permissions permissions = kRwx)
 {
     const QString path = folder.filePath(name);
     QFile file(path);
@@ -91,12 +94,11 @@ protected:
     void sendCancel(const QString& observedFor, const QString& identifier)
     {
         QMutexLocker locker(&m_mutex);
-        const auto block =
-            m_observers.value(SessionCommandRequests::cancelObserverName(observedFor) +
-                              QStringLiteral("|CancelCommandScript"));
+        const auto block = m_observers.value(
+            SessionCommandRequests::cancelObserverName(observedFor) + u"|CancelCommandScript"_s);
         locker.unlock();
         ASSERT_TRUE(block);
-        block({{QStringLiteral("CommandID"), identifier}});
+        block({{u"CommandID"_s, identifier}});
     }
     static QString log()
     {
@@ -112,9 +114,7 @@ protected:
     QHash<QString, SessionCommandRequests::Switchboard::Block> m_observers;
     QStringList m_removed;
     std::shared_ptr<FakeSecretStore> m_secrets = std::make_shared<FakeSecretStore>();
-    std::function<QUrl(const QByteArray&)> m_resolve = [](const QByteArray&) {
-        return QUrl();
-    };
+    std::function<QUrl(const QByteArray&)> m_resolve;
     ManualTimers m_timers;
     std::unique_ptr<SessionCommandRequests> m_requests;
 };
@@ -127,183 +127,145 @@ TEST_F(CommandRequestsTest, AResolutionHeld400SecondsIsKeptAliveThreeTimesThenEn
         release.acquire();
         return QUrl::fromLocalFile(m_files.path());
     };
-    m_requests->command(QStringLiteral("c1"), "bookmark");
+    m_requests->command(u"c1"_s, "bookmark");
     m_timers.advance(400s);
-    const QList<Post> interim = posts(QStringLiteral("RepositoryRequestResolved"));
+    const QList<Post> interim = posts(u"RepositoryRequestResolved"_s);
     ASSERT_EQ(interim.size(), 3);
     for (const Post& post : interim) {
-        EXPECT_EQ(post.source, QStringLiteral("com.kestrom.monitor"));
-        EXPECT_EQ(post.info.value(QStringLiteral("ResolutionStatus")).toULongLong(), 2u);
-        EXPECT_EQ(post.info.value(QStringLiteral("CommandID")), QStringLiteral("c1"));
+        EXPECT_EQ(post.source, u"com.kestrom.monitor"_s);
+        EXPECT_EQ(post.info.value(u"ResolutionStatus"_s).toULongLong(), 2u);
+        EXPECT_EQ(post.info.value(u"CommandID"_s), u"c1"_s);
     }
     release.release();
-    ASSERT_TRUE(waitForPostWith(QStringLiteral("RepositoryRequestResolved"),
-                                QStringLiteral("RepositoryPath")));
+    ASSERT_TRUE(waitForPostWith(u"RepositoryRequestResolved"_s, u"RepositoryPath"_s));
     m_timers.advance(300s);
-    const QList<Post> all = posts(QStringLiteral("RepositoryRequestResolved"));
+    const QList<Post> all = posts(u"RepositoryRequestResolved"_s);
     ASSERT_EQ(all.size(), 4) << "no keep-alive after the final answer";
-    EXPECT_EQ(all.last().info.value(QStringLiteral("ResolutionStatus")).toULongLong(), 0u);
-    EXPECT_EQ(all.last().info.value(QStringLiteral("RepositoryPath")), m_files.path());
+    EXPECT_EQ(all.last().info.value(u"ResolutionStatus"_s).toULongLong(), 0u);
+    EXPECT_EQ(all.last().info.value(u"RepositoryPath"_s), m_files.path());
     EXPECT_EQ(m_timers.live(), 0);
 }
 
 TEST_F(CommandRequestsTest, ResolutionAnswersSayWhetherThePathExists)
 {
-    const struct
-    {
-        QUrl resolved;
-        quint64 status;
-        bool hasPath;
-    } cases[] = {{QUrl::fromLocalFile(m_files.path()), 0, true},
-                 {QUrl::fromLocalFile(m_files.filePath(QStringLiteral("gone.stromi"))), 1, true},
-                 {QUrl(), 1, false}};
+    // What the reference resolves to; the status answered and whether a path comes with it.
     int serial = 0;
-    for (const auto& row : cases) {
-        const QString id = QStringLiteral("r%1").arg(++serial);
+    for (const auto& [resolved, status, hasPath] :
+         {std::tuple{QUrl::fromLocalFile(m_files.path()), 0u, true},
+          {QUrl::fromLocalFile(m_files.filePath(u"gone.stromi"_s)), 1u, true},
+          {QUrl(), 1u, false}}) {
+        const QString id = u"r%1"_s.arg(++serial);
         m_resolve = [&](const QByteArray&) {
-            return row.resolved;
+            return resolved;
         };
-        m_requests->repositoryRequested({{QStringLiteral("CommandID"), id},
-                                         {QStringLiteral("RepositoryBookmark"), QByteArray("x")}});
+        m_requests->repositoryRequested(
+            {{u"CommandID"_s, id}, {u"RepositoryBookmark"_s, QByteArray("x")}});
         ASSERT_TRUE(QTest::qWaitFor(
-            [&] { return posts(QStringLiteral("RepositoryRequestResolved")).size() == 2 * serial; },
-            30000));
-        const Post final = posts(QStringLiteral("RepositoryRequestResolved")).last();
-        EXPECT_EQ(final.info.value(QStringLiteral("CommandID")), id);
-        EXPECT_EQ(final.info.value(QStringLiteral("ResolutionStatus")).toULongLong(), row.status);
-        EXPECT_EQ(final.info.contains(QStringLiteral("RepositoryPath")), row.hasPath) << serial;
+            [&] { return posts(u"RepositoryRequestResolved"_s).size() == 2 * serial; }, 30000));
+        const Post final = posts(u"RepositoryRequestResolved"_s).last();
+        EXPECT_EQ(final.info.value(u"CommandID"_s), id);
+        EXPECT_EQ(final.info.value(u"ResolutionStatus"_s).toULongLong(), status) << serial;
+        EXPECT_EQ(final.info.contains(u"RepositoryPath"_s), hasPath) << serial;
     }
-    EXPECT_EQ(log().count(QStringLiteral("could not resolve repository reference")), 2);
+    EXPECT_EQ(log().count(u"could not resolve repository reference"_s), 2);
 }
 
 TEST_F(CommandRequestsTest, KeychainAnswersCarryThePasswordUnderAccountOrNothing)
 {
-    m_secrets->store(QStringLiteral("Kestrom"), QStringLiteral("anna"), "p\xc3\xa4ss-42");
-    m_secrets->store(QStringLiteral("Kestrom"), QStringLiteral("bytes"), "\xff\xfe");
-    m_secrets->store(QStringLiteral("Other"), QStringLiteral("carl"), "elsewhere");
-    const struct
-    {
-        const char* account;
-        QVariantMap answer;
-    } cases[] = {{"anna", {{QStringLiteral("Account"), QStringLiteral("p\u00e4ss-42")}}},
-                 {"bytes", {}},
-                 {"carl", {}}};
-    for (const auto& row : cases) {
+    m_secrets->store(u"Kestrom"_s, u"anna"_s, "p\xc3\xa4ss-42");
+    m_secrets->store(u"Kestrom"_s, u"bytes"_s, "\xff\xfe");
+    m_secrets->store(u"Other"_s, u"carl"_s, "elsewhere");
+    for (const auto& [account, answer] :
+         {std::pair{u"anna"_s, QVariantMap{{u"Account"_s, u"p\u00e4ss-42"_s}}},
+          {u"bytes"_s, QVariantMap()},
+          {u"carl"_s, QVariantMap()}}) {
         m_requests->keychainPasswordRequested(
-            {{QStringLiteral("Account"), QString::fromLatin1(row.account)},
-             {QStringLiteral("CommandID"), QStringLiteral("cmd.7")}});
-        const Post answer = posts(QStringLiteral("KeychainPasswordResponse")).last();
-        EXPECT_EQ(answer.source, QStringLiteral("cmd.7"));
-        EXPECT_EQ(answer.info, row.answer) << row.account;
+            {{u"Account"_s, account}, {u"CommandID"_s, u"cmd.7"_s}});
+        const Post post = posts(u"KeychainPasswordResponse"_s).last();
+        EXPECT_EQ(post.source, u"cmd.7"_s);
+        EXPECT_EQ(post.info, answer) << account.toStdString();
     }
     const QString lines = log();
-    EXPECT_EQ(lines.count(QStringLiteral("could not retrieve password from keychain")), 1);
-    EXPECT_TRUE(lines.contains(QStringLiteral("account=carl, error=-1/")));
-    EXPECT_FALSE(lines.contains(QStringLiteral("ss-42")));
+    EXPECT_EQ(lines.count(u"could not retrieve password from keychain"_s), 1);
+    EXPECT_TRUE(lines.contains(u"account=carl, error=-1/"_s));
+    EXPECT_FALSE(lines.contains(u"ss-42"_s));
 }
 
 TEST_F(CommandRequestsTest, OnlyACancelForItsOwnCommandStopsAScript)
 {
     const QDir folder(m_files.path());
-    const QString path = writeScript(folder, QStringLiteral("wait.sh"),
+    const QString path = writeScript(folder, u"wait.sh"_s,
                                      "touch \"$FOLDER/started.$ID\"\n"
                                      "while [ ! -e \"$FOLDER/go\" ]; do sleep 0.05; done\n");
     const auto run = [&](const QString& id) {
-        m_requests->runScript(
-            0, path, id, {{QStringLiteral("FOLDER"), folder.path()}, {QStringLiteral("ID"), id}});
-        ASSERT_TRUE(
-            QTest::qWaitFor([&] { return folder.exists(QStringLiteral("started.") + id); }, 30000));
+        m_requests->runScript(0, path, id, {{u"FOLDER"_s, folder.path()}, {u"ID"_s, id}});
+        ASSERT_TRUE(QTest::qWaitFor([&] { return folder.exists(u"started."_s + id); }, 30000));
     };
-    run(QStringLiteral("s1"));
+    run(u"s1"_s);
     m_timers.advance(65s);
-    sendCancel(QStringLiteral("s1"), QStringLiteral("someone.else"));
-    run(QStringLiteral("s2"));
-    sendCancel(QStringLiteral("s2"), QStringLiteral("s2"));
-    ASSERT_TRUE(
-        waitForPostWith(QStringLiteral("CommandScriptStatus"), QStringLiteral("ScriptSuccess")));
-    QFile(folder.filePath(QStringLiteral("go"))).open(QIODevice::WriteOnly);
+    sendCancel(u"s1"_s, u"someone.else"_s);
+    run(u"s2"_s);
+    sendCancel(u"s2"_s, u"s2"_s);
+    ASSERT_TRUE(waitForPostWith(u"CommandScriptStatus"_s, u"ScriptSuccess"_s));
+    QFile(folder.filePath(u"go"_s)).open(QIODevice::WriteOnly);
     ASSERT_TRUE(QTest::qWaitFor([&] { return m_timers.live() == 0; }, 30000));
 
     QHash<QString, QList<QVariant>> answers;
-    for (const Post& post : posts(QStringLiteral("CommandScriptStatus"))) {
-        answers[post.info.value(QStringLiteral("CommandID")).toString()]
-            << post.info.value(QStringLiteral("ScriptSuccess"));
+    for (const Post& post : posts(u"CommandScriptStatus"_s)) {
+        answers[post.info.value(u"CommandID"_s).toString()] << post.info.value(u"ScriptSuccess"_s);
     }
     // s1: at once, at 30 s and 60 s, then its end; s2 began after the clock moved.
-    EXPECT_EQ(answers.value(QStringLiteral("s1")),
-              (QList<QVariant>{QVariant(), QVariant(), QVariant(), true}));
-    EXPECT_EQ(answers.value(QStringLiteral("s2")), (QList<QVariant>{QVariant(), false}));
+    EXPECT_EQ(answers.value(u"s1"_s), (QList<QVariant>{QVariant(), QVariant(), QVariant(), true}));
+    EXPECT_EQ(answers.value(u"s2"_s), (QList<QVariant>{QVariant(), false}));
     EXPECT_EQ(m_removed.size(), 2);
 }
 
 TEST_F(CommandRequestsTest, ScriptOutcomesAndTheirLogLines)
 {
-    QTemporaryDir open;
-    QFile::setPermissions(open.path(), QFile::Permissions(0x7777));
     const QDir folder(m_files.path());
-    WTUserPreferences::sharedPreferences().setValue(QStringLiteral("/bin/sh"),
-                                                    QStringLiteral("KSOSAScriptTool"),
+    ASSERT_TRUE(folder.mkdir(u"open"_s));
+    QFile::setPermissions(folder.filePath(u"open"_s), QFile::Permissions(0x7777));
+    WTUserPreferences::sharedPreferences().setValue(u"/bin/sh"_s, u"KSOSAScriptTool"_s,
                                                     WTUserPreferences::kHelperDomain);
-    const auto rw = QFile::ReadOwner | QFile::WriteOwner;
     const struct
     {
-        QString path;
+        const char* name;
+        QFile::Permissions permissions;
         bool success;
         qint32 status;
-        QStringList output;
-        QString logged;
+        const char* logged;
+        QByteArray body = "exit 0\n";
+        const char* output = ""; // its lines joined by '|'
     } cases[] = {
-        {writeScript(folder, QStringLiteral("ok.sh"),
-                     "printf 'a\\n\\n   \\nb\\n'; echo oops >&2\n"),
-         true,
-         0,
-         {QStringLiteral("a"), QStringLiteral("b")},
-         QStringLiteral("Prolog executed")},
-        {writeScript(folder, QStringLiteral("three.sh"), "exit 3\n"),
-         false,
-         3,
-         {},
-         QStringLiteral("Prolog exited with status 3")},
-        {writeScript(folder, QStringLiteral("plain.sh"), "exit 0\n", rw),
-         false,
-         0,
-         {},
-         QStringLiteral("Prolog failed to launch")},
-        {writeScript(folder, QStringLiteral("shared.sh"), "exit 0\n",
-                     rw | QFile::ExeOwner | QFile::WriteGroup),
-         false,
-         0,
-         {},
-         QStringLiteral("shared.sh is writable by group or others")},
-        {writeScript(QDir(open.path()), QStringLiteral("open.sh"), "exit 0\n"),
-         false,
-         0,
-         {},
-         QStringLiteral("which others can write to")},
-        {writeScript(folder, QStringLiteral("asked.scpt"), "echo 'User canceled. (-128)' >&2\n",
-                     rw),
-         true,
-         0,
-         {},
-         QStringLiteral("error output appears to indicate a 'cancel' error")},
+        {"ok.sh", kRwx, true, 0, "Prolog executed", "printf 'a\\n\\n   \\nb\\n'; echo oops >&2\n",
+         "a|b"},
+        {"three.sh", kRwx, false, 3, "Prolog exited with status 3", "exit 3\n"},
+        {"plain.sh", kRw, false, 0, "Prolog failed to launch"},
+        {"shared.sh", kRwx | QFile::WriteGroup, false, 0,
+         "shared.sh is writable by group or others"},
+        {"open/open.sh", kRwx, false, 0, "which others can write to"},
+        {"asked.scpt", kRw, true, 0, "error output appears to indicate a 'cancel' error",
+         "echo 'User canceled. (-128)' >&2\n"},
     };
     for (const auto& row : cases) {
-        CommandScriptExecutor executor(row.path, CommandScriptExecutor::kProlog);
+        SCOPED_TRACE(row.name);
+        CommandScriptExecutor executor(
+            writeScript(folder, QString::fromLatin1(row.name), row.body, row.permissions),
+            CommandScriptExecutor::kProlog);
         executor.execute();
-        EXPECT_EQ(executor.success(), row.success) << row.path.toStdString();
-        EXPECT_EQ(executor.status(), row.status) << row.path.toStdString();
-        EXPECT_EQ(executor.outputLines(), row.output) << row.path.toStdString();
-        EXPECT_TRUE(log().contains(row.logged)) << row.logged.toStdString();
+        EXPECT_EQ(executor.success(), row.success);
+        EXPECT_EQ(executor.status(), row.status);
+        EXPECT_EQ(executor.outputLines().join(u'|'), QString::fromLatin1(row.output));
+        EXPECT_TRUE(log().contains(QLatin1String(row.logged)));
     }
-    EXPECT_TRUE(log().contains(QStringLiteral("Warning oops")));
+    EXPECT_TRUE(log().contains(u"Warning oops"_s));
     if (geteuid() == 0) {
-        const QString foreign = writeScript(folder, QStringLiteral("foreign.sh"), "exit 0\n");
+        const QString foreign = writeScript(folder, u"foreign.sh"_s, "exit 0\n");
         ASSERT_EQ(::chown(foreign.toLocal8Bit().constData(), 65534, 65534), 0);
         CommandScriptExecutor executor(foreign, CommandScriptExecutor::kEpilog);
         executor.execute();
         EXPECT_FALSE(executor.success());
-        EXPECT_TRUE(log().contains(QStringLiteral("Epilog not run: ") + foreign +
-                                   QStringLiteral(" belongs to uid 65534")));
+        EXPECT_TRUE(log().contains(u"Epilog not run: "_s + foreign + u" belongs to uid 65534"_s));
     }
 }
 
@@ -315,32 +277,27 @@ TEST(CommandScriptExecutorTest, PathAlwaysHoldsUsrLocalBin)
             environment.insert(entry.section(QLatin1Char('='), 0, 0),
                                entry.section(QLatin1Char('='), 1));
         }
-        return CommandScriptExecutor::environmentForScript(environment, overlay)
-            .value(QStringLiteral("PATH"));
+        return CommandScriptExecutor::environmentForScript(environment, overlay).value(u"PATH"_s);
     };
-    EXPECT_EQ(pathOf({}, {}), QStringLiteral("/usr/bin:/bin:/usr/sbin:/sbin:/usr/local/bin"));
-    EXPECT_EQ(pathOf({QStringLiteral("PATH=/opt/x")},
-                     {{QStringLiteral("PATH"), QStringLiteral("/usr/local/bin:/y")}}),
-              QStringLiteral("/usr/local/bin:/y"));
-    EXPECT_EQ(pathOf({QStringLiteral("PATH=/opt/x")}, {}), QStringLiteral("/opt/x:/usr/local/bin"));
-    EXPECT_EQ(CommandScriptExecutor::readableScriptType(0), QStringLiteral("Prolog"));
-    EXPECT_EQ(CommandScriptExecutor::readableScriptType(1), QStringLiteral("Epilog"));
+    EXPECT_EQ(pathOf({}, {}), u"/usr/bin:/bin:/usr/sbin:/sbin:/usr/local/bin"_s);
+    EXPECT_EQ(pathOf({u"PATH=/opt/x"_s}, {{u"PATH"_s, u"/usr/local/bin:/y"_s}}),
+              u"/usr/local/bin:/y"_s);
+    EXPECT_EQ(pathOf({u"PATH=/opt/x"_s}, {}), u"/opt/x:/usr/local/bin"_s);
+    EXPECT_EQ(CommandScriptExecutor::readableScriptType(0), u"Prolog"_s);
+    EXPECT_EQ(CommandScriptExecutor::readableScriptType(1), u"Epilog"_s);
     EXPECT_TRUE(CommandScriptExecutor::readableScriptType(2).isNull());
-    EXPECT_EQ(TextPipeReader::splitIntoLines(QStringLiteral("a\n\n   \nb")),
-              (QStringList{QStringLiteral("a"), QStringLiteral("b")}));
+    EXPECT_EQ(TextPipeReader::splitIntoLines(u"a\n\n   \nb"_s), (QStringList{u"a"_s, u"b"_s}));
 }
 
 TEST(PeerUserTest, OnlyThisUserAndTheSuperUserMayCall)
 {
-    const QDBusConnection bus(QStringLiteral("unused"));
-    const struct
-    {
-        std::optional<uint> uid;
-        bool allowed;
-    } cases[] = {{uint(geteuid()), true}, {0u, true}, {4242u, false}, {std::nullopt, false}};
-    for (const auto& row : cases) {
-        PeerUser::setLookup([&](const QDBusConnection&, const QString&) { return row.uid; });
-        EXPECT_EQ(PeerUser::mayCall(bus, QStringLiteral(":1.99")), row.allowed);
+    const QDBusConnection bus(u"unused"_s);
+    for (const auto& [uid, allowed] : {std::pair{std::optional<uint>(geteuid()), true},
+                                       {0u, true},
+                                       {4242u, false},
+                                       {std::nullopt, false}}) {
+        PeerUser::setLookup([&](const QDBusConnection&, const QString&) { return uid; });
+        EXPECT_EQ(PeerUser::mayCall(bus, u":1.99"_s), allowed) << testing::PrintToString(uid);
     }
     PeerUser::setLookup({});
 }

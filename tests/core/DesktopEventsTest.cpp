@@ -14,11 +14,30 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 using Policy = TaskbarPresence::Policy;
 
+// A fake for a service the events will own, still reachable by the test.
+template <class Fake> std::unique_ptr<Fake> keep(Fake*& kept)
+{
+    auto fake = std::make_unique<Fake>();
+    kept = fake.get();
+    return fake;
+}
+
+QString describe(const QVariantMap& info)
+{
+    QStringList pairs;
+    for (auto it = info.cbegin(); it != info.cend(); ++it) {
+        pairs << it.key() + u'=' + it.value().toStringList().join(u',');
+    }
+    return pairs.join(u';');
+}
+
 // The desktop events over fake desktop services and preferences of a temporary folder; every
-// switchboard post, history update and delegate call is recorded.
+// switchboard post and every call of a hook is recorded in order.
 class DesktopEventsTest : public ::testing::Test
 {
 protected:
@@ -26,135 +45,94 @@ protected:
         : m_preferences(std::make_shared<PreferenceStore>(m_dir.path()),
                         [](std::chrono::milliseconds, const WTUserPreferences::Task&) {})
         , m_defaults(m_preferences)
-    {
-        SessionDesktopEvents::Services services;
-        services.volumes = std::make_unique<FakeMountTableWatcher>();
-        services.applications = std::make_unique<FakeApplicationWatcher>();
-        services.dockBadge = std::make_unique<FakeDockBadge>();
-        services.taskbar = std::make_unique<FakeTaskbarPresence>();
-        services.notifications = std::make_unique<FakeUserNotificationCenter>();
-        m_volumes = static_cast<FakeMountTableWatcher*>(services.volumes.get());
-        m_applications = static_cast<FakeApplicationWatcher*>(services.applications.get());
-        m_badge = static_cast<FakeDockBadge*>(services.dockBadge.get());
-        m_taskbar = static_cast<FakeTaskbarPresence*>(services.taskbar.get());
-        m_center = static_cast<FakeUserNotificationCenter*>(services.notifications.get());
-        services.post = [this](const QString& name, const QString& source,
-                               const QVariantMap& info) {
-            m_posted.append(name + u' ' + source + u' ' + info.firstKey() + u'=' +
-                            info.first().toStringList().join(u','));
-        };
-        SessionDesktopEvents::Hooks hooks;
-        hooks.updateHistoryNotification = [this](const QVariantMap& info) {
-            m_historyUpdates.append(info);
-        };
-        hooks.setClientAppRunning = [this](bool running) {
-            m_clientRunning.append(running);
-        };
-        hooks.orderMonitorWindowFront = [this] {
-            ++m_windowFronts;
-        };
-        hooks.noteRegularAppPolicyChange = [this](const QString&) {
-            ++m_regularSwitches;
-        };
-        m_events = std::make_unique<SessionDesktopEvents>(m_defaults, std::move(services),
-                                                          std::move(hooks));
-    }
+        , m_events(std::make_unique<SessionDesktopEvents>(
+              m_defaults,
+              SessionDesktopEvents::Services{
+                  keep(m_volumes), keep(m_applications), keep(m_badge), keep(m_taskbar),
+                  keep(m_center),
+                  [this](const QString& name, const QString& source, const QVariantMap& info) {
+                      m_calls << name + u' ' + source + u' ' + describe(info);
+                  }},
+              SessionDesktopEvents::Hooks{
+                  [this](const QVariantMap& info) { m_calls << u"history "_s + describe(info); },
+                  [this](bool running) { m_calls << u"client running %1"_s.arg(int(running)); },
+                  [this] { m_calls << u"window front"_s; },
+                  [this](const QString& previous) {
+                      m_calls << u"regular after "_s + previous;
+                  }}))
+    {}
 
     QTemporaryDir m_dir;
     WTUserPreferences m_preferences;
     MonitorDefaults m_defaults;
-    std::unique_ptr<SessionDesktopEvents> m_events;
     FakeMountTableWatcher* m_volumes = nullptr;
     FakeApplicationWatcher* m_applications = nullptr;
     FakeDockBadge* m_badge = nullptr;
     FakeTaskbarPresence* m_taskbar = nullptr;
     FakeUserNotificationCenter* m_center = nullptr;
-    // "name source key=value" of every post; a list value is joined with commas.
-    QStringList m_posted;
-    QList<QVariantMap> m_historyUpdates;
-    QList<bool> m_clientRunning;
-    int m_windowFronts = 0;
-    int m_regularSwitches = 0;
+    QStringList m_calls;
+    std::unique_ptr<SessionDesktopEvents> m_events;
 };
 } // namespace
 
 TEST_F(DesktopEventsTest, EachTypeHasItsTitleSuffixSoundAndChoice)
 {
-    const struct
-    {
-        int type;
-        const char* title;
-        bool sound;
-    } cases[] = {
-        {0, "Capture started", false},
-        {1, "Capture complete", false},
-        {2, "Capture incomplete", true},
-        {3, "Capture", true},
-    };
-    const QVariantMap info{{QStringLiteral(".LogLine"), QStringLiteral("4.17")},
-                           {QStringLiteral("Path"), QStringLiteral("/a")}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.type);
-        m_center->m_delivered.clear();
-        m_events->setLocalNotificationType(c.type, false);
-        m_events->userNotifier().notifyUser(c.type, QStringLiteral("Capture"),
-                                            QStringLiteral("Daily"), QStringLiteral("A1"), info);
-        EXPECT_TRUE(m_center->m_delivered.isEmpty());
-        m_events->setLocalNotificationType(c.type, true);
-        EXPECT_TRUE(m_events->deliversLocalNotificationType(c.type));
-        m_events->userNotifier().notifyUser(c.type, QStringLiteral("Capture"),
-                                            QStringLiteral("Daily"), QStringLiteral("A1"), info);
-        ASSERT_EQ(m_center->m_delivered.size(), 1);
-        const auto& shown = m_center->m_delivered.first();
-        EXPECT_EQ(shown.title, QString::fromLatin1(c.title));
-        EXPECT_EQ(shown.playsDefaultSound, c.sound);
-        EXPECT_EQ(shown.informativeText, QStringLiteral("Daily"));
-        EXPECT_EQ(shown.identifier, QStringLiteral("A1"));
-        EXPECT_EQ(shown.userInfo,
-                  QVariantMap({{QStringLiteral(".LogLine"), QStringLiteral("4.17")}}));
-    }
-    // A click on what was shown brings the activity window forward.
-    m_center->click(0);
-    EXPECT_EQ(m_windowFronts, 1);
-}
-
-TEST_F(DesktopEventsTest, MissingChoicesAreOffAndWithdrawingNeedsAnIdentifier)
-{
+    // Missing choices are off.
     m_defaults.removeObjectForKey(MonitorDefaults::kLocalNotifications);
     EXPECT_FALSE(m_events->deliversLocalNotificationType(2));
     m_events->setLocalNotificationType(0, true);
-    EXPECT_EQ(m_defaults.localNotifications(),
-              QVariantMap({{QStringLiteral("ActionStarted"), true}}));
+    EXPECT_EQ(m_defaults.localNotifications(), QVariantMap({{u"ActionStarted"_s, true}}));
+    const QVariantMap info{{u".LogLine"_s, u"4.17"_s}, {u"Path"_s, u"/a"_s}};
+    const auto notify = [&](int type) {
+        m_events->userNotifier().notifyUser(type, u"Capture"_s, u"Daily"_s, u"A1"_s, info);
+    };
+    for (const auto& [type, title, sound] : {std::tuple{0, "Capture started", false},
+                                             {1, "Capture complete", false},
+                                             {2, "Capture incomplete", true},
+                                             {3, "Capture", true}}) {
+        SCOPED_TRACE(type);
+        m_center->m_delivered.clear();
+        m_events->setLocalNotificationType(type, false);
+        notify(type);
+        EXPECT_TRUE(m_center->m_delivered.isEmpty());
+        m_events->setLocalNotificationType(type, true);
+        EXPECT_TRUE(m_events->deliversLocalNotificationType(type));
+        notify(type);
+        ASSERT_EQ(m_center->m_delivered.size(), 1);
+        const auto& shown = m_center->m_delivered.first();
+        EXPECT_EQ(shown.title, QString::fromLatin1(title));
+        EXPECT_EQ(shown.playsDefaultSound, sound);
+        EXPECT_EQ(shown.informativeText, u"Daily"_s);
+        EXPECT_EQ(shown.identifier, u"A1"_s);
+        EXPECT_EQ(shown.userInfo, QVariantMap({{u".LogLine"_s, u"4.17"_s}}));
+    }
+    // A click on what was shown brings the activity window forward.
+    m_center->click(0);
+    EXPECT_EQ(m_calls, QStringList{u"window front"_s});
+    // Withdrawing needs an identifier.
     m_events->userNotifier().unnotifyUserWithIdentifier(QString());
-    m_events->userNotifier().unnotifyUserWithIdentifier(QStringLiteral("U1"));
-    EXPECT_EQ(m_center->m_removed, QStringList{QStringLiteral("U1")});
+    m_events->userNotifier().unnotifyUserWithIdentifier(u"U1"_s);
+    EXPECT_EQ(m_center->m_removed, QStringList{u"U1"_s});
 }
 
 TEST_F(DesktopEventsTest, ThePolicyFollowsTheSettingsAndThePaneCount)
 {
-    const struct
-    {
-        bool accessory;
-        int regularMode;
-        quint64 panes;
-        Policy policy;
-    } cases[] = {
-        {true, 1, 3, Policy::Accessory},
-        {false, 1, 0, Policy::Regular},
-        {false, 0, 2, Policy::Regular},
-        {false, 0, 0, Policy::Accessory},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(int(&c - cases));
-        m_defaults.setBool(c.accessory, MonitorDefaults::kMonitorAccessoryApp);
-        m_defaults.setInteger(c.regularMode, MonitorDefaults::kMonitorRegularAppMode);
-        m_events->setDockActivityPaneCount(c.panes);
+    // Accessory setting, regular mode, panes, and the policy they give.
+    for (const auto& [accessory, regularMode, panes, policy] :
+         {std::tuple{true, 1, 3u, Policy::Accessory},
+          {false, 1, 0u, Policy::Regular},
+          {false, 0, 2u, Policy::Regular},
+          {false, 0, 0u, Policy::Accessory}}) {
+        SCOPED_TRACE(testing::PrintToString(std::tuple{accessory, regularMode, panes}));
+        m_defaults.setBool(accessory, MonitorDefaults::kMonitorAccessoryApp);
+        m_defaults.setInteger(regularMode, MonitorDefaults::kMonitorRegularAppMode);
+        m_events->setDockActivityPaneCount(panes);
         m_events->updateDockMode();
-        EXPECT_EQ(m_taskbar->m_policy, c.policy);
+        EXPECT_EQ(m_taskbar->m_policy, policy);
     }
     // Only a switch to regular is noted for the activation echo: case two switched, case three
     // found the policy regular already.
-    EXPECT_EQ(m_regularSwitches, 1);
+    EXPECT_EQ(m_calls.filter(u"regular after"_s).size(), 1) << m_calls.join(u'\n').toStdString();
 }
 
 TEST_F(DesktopEventsTest, TheBadgeChangesOnlyWithTheCount)
@@ -167,46 +145,39 @@ TEST_F(DesktopEventsTest, TheBadgeChangesOnlyWithTheCount)
     EXPECT_EQ(m_taskbar->m_policy, Policy::Accessory);
 }
 
-TEST_F(DesktopEventsTest, VolumesArePostedAndAMountUpdatesTheHistory)
+TEST_F(DesktopEventsTest, VolumesAndApplicationsArePostedAndPassedOn)
 {
+    const QString disk = u"/media/u/Backup Disk"_s;
     m_events->observeVolumes();
-    m_volumes->m_mounted(QStringLiteral("/media/u/Backup Disk"));
-    m_volumes->m_unmounted(QStringLiteral("/media/u/Backup Disk"));
-    EXPECT_EQ(
-        m_posted,
-        (QStringList{
-            QStringLiteral("DiskEventVolumeDidMount EventAgent NSDevicePath=/media/u/Backup Disk"),
-            QStringLiteral(
-                "DiskEventVolumeWasUnmounted EventAgent NSDevicePath=/media/u/Backup Disk")}));
-    const QVariantMap info{
-        {QStringLiteral("NSDevicePath"), QStringLiteral("/media/u/Backup Disk")}};
-    EXPECT_EQ(m_historyUpdates, QList<QVariantMap>{info});
-}
-
-TEST_F(DesktopEventsTest, ApplicationsArePostedAndTheClientIsTold)
-{
+    m_volumes->m_mounted(disk);
+    m_volumes->m_unmounted(disk);
     m_events->observeApplications();
     m_applications->m_launched(QString());
-    m_applications->m_launched(QStringLiteral("org.example.Editor"));
-    m_applications->m_launched(QStringLiteral("com.kestrom.client"));
-    m_applications->m_terminated(QStringLiteral("com.kestrom.client"));
-    m_applications->m_running = QStringList{QStringLiteral("org.example.Editor")};
+    m_applications->m_launched(u"org.example.Editor"_s);
+    m_applications->m_launched(u"com.kestrom.client"_s);
+    m_applications->m_terminated(u"com.kestrom.client"_s);
+    m_applications->m_running = QStringList{u"org.example.Editor"_s};
     m_events->refreshRunningApplications();
-    EXPECT_EQ(
-        m_posted,
-        (QStringList{
-            QStringLiteral("ApplicationDidLaunch com.kestrom.monitor id=org.example.Editor"),
-            QStringLiteral("ApplicationDidLaunch com.kestrom.monitor id=com.kestrom.client"),
-            QStringLiteral("ApplicationDidTerminate com.kestrom.monitor id=com.kestrom.client"),
-            QStringLiteral(
-                "OpenApplicationsNotification com.kestrom.monitor id=org.example.Editor")}));
-    EXPECT_EQ(m_clientRunning, (QList<bool>{true, false, false}));
+    // A mount updates the capture history; the client is told whether it runs.
+    EXPECT_EQ(m_calls,
+              (QStringList{
+                  u"DiskEventVolumeDidMount EventAgent NSDevicePath="_s + disk,
+                  u"history NSDevicePath="_s + disk,
+                  u"DiskEventVolumeWasUnmounted EventAgent NSDevicePath="_s + disk,
+                  u"ApplicationDidLaunch com.kestrom.monitor id=org.example.Editor"_s,
+                  u"ApplicationDidLaunch com.kestrom.monitor id=com.kestrom.client"_s,
+                  u"client running 1"_s,
+                  u"ApplicationDidTerminate com.kestrom.monitor id=com.kestrom.client"_s,
+                  u"client running 0"_s,
+                  u"OpenApplicationsNotification com.kestrom.monitor id=org.example.Editor"_s,
+                  u"client running 0"_s,
+              }));
 }
 
 TEST(ProcMountTableWatcherTest, ReportsMountPointsThatComeAndGo)
 {
     QTemporaryDir dir;
-    const QString path = dir.filePath(QStringLiteral("mountinfo"));
+    const QString path = dir.filePath(u"mountinfo"_s);
     const auto write = [&path](const QByteArray& table) {
         QFile file(path);
         ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
@@ -216,13 +187,12 @@ TEST(ProcMountTableWatcherTest, ReportsMountPointsThatComeAndGo)
           "40 22 8:17 / /media/u/Old rw - ext4 /dev/sdb1 rw\n");
     ProcMountTableWatcher watcher(path);
     QStringList events;
-    watcher.startWatching([&events](const QString& p) { events << QStringLiteral("+") + p; },
-                          [&events](const QString& p) { events << QStringLiteral("-") + p; });
+    watcher.startWatching([&events](const QString& p) { events << u'+' + p; },
+                          [&events](const QString& p) { events << u'-' + p; });
     write("22 1 8:1 / / rw - ext4 /dev/sda1 rw\n"
           "41 22 8:33 / /media/u/Backup\\040Disk rw - vfat /dev/sdc1 rw\n"
           "truncated line\n");
     watcher.rescan();
     watcher.rescan();
-    EXPECT_EQ(events, (QStringList{QStringLiteral("-/media/u/Old"),
-                                   QStringLiteral("+/media/u/Backup Disk")}));
+    EXPECT_EQ(events, (QStringList{u"-/media/u/Old"_s, u"+/media/u/Backup Disk"_s}));
 }

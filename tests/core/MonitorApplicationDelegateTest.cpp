@@ -18,6 +18,8 @@
 #include <QEvent>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 [[maybe_unused]] const bool s_privateBus = (PrivateBus::use(), true);
 
@@ -65,11 +67,17 @@ protected:
 TEST_F(MonitorApplicationDelegateTest, StartUpInstallsTheItemAtOnceAndStatusEventsLater)
 {
     EXPECT_EQ(m_events->m_volumeObservers, 1);
+    // A theme change redraws the status icon, but only once start-up observes it.
+    QEvent paletteChange(QEvent::ApplicationPaletteChange);
+    QCoreApplication::sendEvent(QCoreApplication::instance(), &paletteChange);
+    EXPECT_EQ(m_statusItem->m_themeChanges, 0);
     m_delegate->applicationDidFinishLaunching();
     EXPECT_EQ(m_session->m_relaunchDisabled, 1);
     EXPECT_EQ(m_statusItem->m_installs, 1);
     EXPECT_EQ(m_events->m_applicationObservers, 1);
     EXPECT_EQ(m_events->m_statusMonitoring, 0);
+    QCoreApplication::sendEvent(QCoreApplication::instance(), &paletteChange);
+    EXPECT_EQ(m_statusItem->m_themeChanges, 1);
     ASSERT_TRUE(QTest::qWaitFor([this] { return m_events->m_statusMonitoring == 1; }, 20000));
 }
 
@@ -87,16 +95,6 @@ TEST_F(MonitorApplicationDelegateTest, DockModeFollowsRealChangesOfEitherSetting
     m_delegate->setMonitorIsAccessoryApp(accessory);
 }
 
-TEST_F(MonitorApplicationDelegateTest, ThemeChangeRedrawsTheStatusIcon)
-{
-    QEvent paletteChange(QEvent::ApplicationPaletteChange);
-    QCoreApplication::sendEvent(QCoreApplication::instance(), &paletteChange);
-    EXPECT_EQ(m_statusItem->m_themeChanges, 0) << "observed before start-up";
-    m_delegate->applicationDidFinishLaunching();
-    QCoreApplication::sendEvent(QCoreApplication::instance(), &paletteChange);
-    EXPECT_EQ(m_statusItem->m_themeChanges, 1);
-}
-
 TEST_F(MonitorApplicationDelegateTest, StatusIndicatorToggleRedrawsWithoutLosingStateBits)
 {
     m_delegate->updateStatusItemState(1 | 4);
@@ -109,38 +107,28 @@ TEST_F(MonitorApplicationDelegateTest, StatusIndicatorToggleRedrawsWithoutLosing
 
 TEST_F(MonitorApplicationDelegateTest, ActivationShowsTheWindowUnlessItEchoesOwnSwitchOrAPanel)
 {
-    struct Case
-    {
-        const char* name;
-        qint64 secondsSinceSwitch; // negative: no switch
-        bool panel;
-        bool showOnActivate;
-        bool expectWindow;
-        bool expectFocusBack;
-    };
-    const Case cases[] = {
-        {"echo of the switch", 1, false, true, false, true},
-        {"switch long ago", 3, false, true, true, false},
-        {"no switch", -1, false, true, true, false},
-        {"panel on screen", -1, true, true, false, false},
-        {"preference off", -1, false, false, false, false},
-    };
     m_delegate->applicationDidFinishLaunching();
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    // Seconds since the switch to regular (negative: none), a panel on screen, the preference,
+    // whether the window shows, whether the focus goes back to the application before.
+    for (const auto& [name, sinceSwitch, panel, showOnActivate, window, focusBack] :
+         {std::tuple{"echo of the switch", 1, false, true, false, true},
+          {"switch long ago", 3, false, true, true, false},
+          {"no switch", -1, false, true, true, false},
+          {"panel on screen", -1, true, true, false, false},
+          {"preference off", -1, false, false, false, false}}) {
+        SCOPED_TRACE(name);
         m_session->m_activated.clear();
-        m_session->m_panelVisible = c.panel;
-        defaults().setBool(c.showOnActivate, MonitorDefaults::kShowActivityOnActivate);
-        if (c.secondsSinceSwitch >= 0) {
-            m_delegate->noteRegularAppPolicyChange(QStringLiteral("org.example.Editor"));
-            m_now = m_now.addSecs(c.secondsSinceSwitch);
+        m_session->m_panelVisible = panel;
+        defaults().setBool(showOnActivate, MonitorDefaults::kShowActivityOnActivate);
+        if (sinceSwitch >= 0) {
+            m_delegate->noteRegularAppPolicyChange(u"org.example.Editor"_s);
+            m_now = m_now.addSecs(sinceSwitch);
         }
         const int before = m_wakeUpCalls;
         m_delegate->applicationDidBecomeActive();
-        EXPECT_EQ(m_wakeUpCalls - before, c.expectWindow ? 1 : 0);
-        EXPECT_EQ(m_session->m_activated, c.expectFocusBack
-                                              ? QStringList{QStringLiteral("org.example.Editor")}
-                                              : QStringList());
+        EXPECT_EQ(m_wakeUpCalls - before, window ? 1 : 0);
+        EXPECT_EQ(m_session->m_activated,
+                  focusBack ? QStringList{u"org.example.Editor"_s} : QStringList());
     }
     defaults().removeObjectForKey(MonitorDefaults::kShowActivityOnActivate);
 }
@@ -148,22 +136,21 @@ TEST_F(MonitorApplicationDelegateTest, ActivationShowsTheWindowUnlessItEchoesOwn
 TEST_F(MonitorApplicationDelegateTest, ArchiveAndLogLineOpenInTheClient)
 {
     FakeClientApplication client;
-    m_delegate->openRepository(QStringLiteral("/media/disk/Home.stromi"), 7);
-    const LogLine line = Logger::log(5, QStringLiteral("something to look at"));
+    m_delegate->openRepository(u"/media/disk/Home.stromi"_s, 7);
+    const LogLine line = Logger::log(5, u"something to look at"_s);
     m_delegate->viewLogLine(line);
     ASSERT_EQ(client.m_actions.size(), 2);
-    EXPECT_EQ(client.m_actions[0].first, QStringLiteral("open-archive"));
-    EXPECT_EQ(client.m_actions[0].second.at(0).toString(),
-              QStringLiteral("/media/disk/Home.stromi"));
+    EXPECT_EQ(client.m_actions[0].first, u"open-archive"_s);
+    EXPECT_EQ(client.m_actions[0].second.at(0).toString(), u"/media/disk/Home.stromi"_s);
     // The action travels as a 32-bit integer, as the client's action expects it.
     EXPECT_EQ(client.m_actions[0].second.at(1).metaType(), QMetaType::fromType<qint32>());
-    EXPECT_EQ(client.m_actions[1].first, QStringLiteral("view-log"));
+    EXPECT_EQ(client.m_actions[1].first, u"view-log"_s);
     EXPECT_EQ(client.m_actions[1].second.at(1).toString(), line->description());
 
     client.m_activateResult = ClientApplication::kRequestFailed;
-    m_delegate->openRepository(QStringLiteral("/gone.stromi"), 1);
+    m_delegate->openRepository(u"/gone.stromi"_s, 1);
     Logger::defaultLogger()->flush();
-    EXPECT_EQ(logLinesContaining(QStringLiteral("Unable to open '/gone.stromi'")), 1);
+    EXPECT_EQ(logLinesContaining(u"Unable to open '/gone.stromi'"_s), 1);
 }
 
 TEST_F(MonitorApplicationDelegateTest, QuitExitsCleanlyOnlyForSessionEnds)
@@ -172,7 +159,7 @@ TEST_F(MonitorApplicationDelegateTest, QuitExitsCleanlyOnlyForSessionEnds)
     EXPECT_EQ(m_delegate->applicationShouldTerminate(), MonitorApplicationDelegate::kAbnormalExit);
     EXPECT_FALSE(m_delegate->terminateCleanly());
     Logger::defaultLogger()->flush();
-    EXPECT_EQ(logLinesContaining(QStringLiteral("will exit abnormally")), 1);
+    EXPECT_EQ(logLinesContaining(u"will exit abnormally"_s), 1);
 
     m_session->m_quitReason = ApplicationSession::kLogOut;
     EXPECT_EQ(m_delegate->applicationShouldTerminate(), MonitorApplicationDelegate::kCleanExit);
@@ -181,12 +168,11 @@ TEST_F(MonitorApplicationDelegateTest, QuitExitsCleanlyOnlyForSessionEnds)
 
 TEST_F(MonitorApplicationDelegateTest, UndecodablePreferenceFromAPeerLeavesTheSettingAlone)
 {
-    const QString key = QStringLiteral("KSTestSetting");
+    const QString key = u"KSTestSetting"_s;
     MonitorServer server(m_delegate.get());
-    ASSERT_TRUE(server.setComponentPreferenceValue(
-        KeyedArchive::archivedData(QStringLiteral("kept")), key));
+    ASSERT_TRUE(server.setComponentPreferenceValue(KeyedArchive::archivedData(u"kept"_s), key));
     EXPECT_FALSE(server.setComponentPreferenceValue(QByteArray("\xff\x00garbage", 9), key));
-    EXPECT_EQ(m_delegate->componentPreferenceForKey(key).toString(), QStringLiteral("kept"));
+    EXPECT_EQ(m_delegate->componentPreferenceForKey(key).toString(), u"kept"_s);
     EXPECT_TRUE(server.setComponentPreferenceValue({}, key)) << "empty data is nil: removes";
     EXPECT_FALSE(m_delegate->componentPreferenceForKey(key).isValid());
 }
