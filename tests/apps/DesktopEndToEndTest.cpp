@@ -17,8 +17,9 @@ QDBusConnection testBus()
 }
 } // namespace
 
-// The desktop's notification server, as small as the monitor needs it.
-class FakeNotificationServer : public QObject
+// The desktop as small as the monitor needs it: a notification server, and a dock that hears
+// the launcher badge.
+class FakeDesktop : public QObject
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
@@ -30,26 +31,17 @@ public:
         QVariantMap hints;
     };
     QList<Shown> m_shown;
+    QList<qint64> m_counts;
 
 public Q_SLOTS:
-    uint Notify(const QString&, uint, const QString&, const QString& summary, const QString& body,
-                const QStringList&, const QVariantMap& hints, int)
+    Q_SCRIPTABLE uint Notify(const QString&, uint, const QString&, const QString& summary,
+                             const QString& body, const QStringList&, const QVariantMap& hints, int)
     {
         m_shown.append({summary, body, hints});
         return uint(m_shown.size());
     }
-    void CloseNotification(uint) {}
-};
-
-// Hears the launcher badge as a dock would.
-class LauncherEntryListener : public QObject
-{
-    Q_OBJECT
-public:
-    QList<qint64> m_counts;
-
-public Q_SLOTS:
-    void update(const QString&, const QVariantMap& properties)
+    Q_SCRIPTABLE void CloseNotification(uint) {}
+    void dockBadge(const QString&, const QVariantMap& properties)
     {
         m_counts.append(properties.value(u"count"_s).toLongLong());
     }
@@ -64,11 +56,11 @@ protected:
         ASSERT_TRUE(m_configHome.isValid());
         qputenv("XDG_CONFIG_HOME", m_configHome.path().toLocal8Bit());
         QDBusConnection bus = testBus();
-        ASSERT_TRUE(
-            bus.registerObject(kNotificationsPath, &m_server, QDBusConnection::ExportAllSlots));
+        ASSERT_TRUE(bus.registerObject(kNotificationsPath, &m_desktop,
+                                       QDBusConnection::ExportScriptableSlots));
         ASSERT_TRUE(bus.registerService(kNotifications));
         ASSERT_TRUE(bus.connect(QString(), QString(), u"com.canonical.Unity.LauncherEntry"_s,
-                                u"Update"_s, &m_launcher, SLOT(update(QString, QVariantMap))));
+                                u"Update"_s, &m_desktop, SLOT(dockBadge(QString, QVariantMap))));
         // In a mount namespace of its own the monitor sees a volume that nobody else sees.
         m_canMount = QProcess::execute(u"unshare"_s, words("-m true")) == 0;
         const QString monitor = QStringLiteral(MONITOR_PROGRAM);
@@ -89,15 +81,14 @@ protected:
     // Whether a notification with the summary (and the body, when one is given) was shown.
     bool shown(const QString& summary, const QString& body = {}) const
     {
-        return std::any_of(m_server.m_shown.cbegin(), m_server.m_shown.cend(),
+        return std::any_of(m_desktop.m_shown.cbegin(), m_desktop.m_shown.cend(),
                            [&](const auto& one) {
                                return one.summary == summary && (body.isNull() || one.body == body);
                            });
     }
 
     QTemporaryDir m_configHome;
-    FakeNotificationServer m_server;
-    LauncherEntryListener m_launcher;
+    FakeDesktop m_desktop;
     bool m_canMount = false;
 };
 
@@ -116,16 +107,15 @@ TEST_F(DesktopEndToEndTest, CommandsAreAnnouncedAndCountedOnTheLauncher)
     ASSERT_TRUE(capture->finished(60000));
     // The pane shows while the capture runs and retires a while after its success.
     ASSERT_TRUE(QTest::qWaitFor(
-        [this] { return !m_launcher.m_counts.isEmpty() && m_launcher.m_counts.last() == 0; },
-        60000));
-    EXPECT_EQ(m_launcher.m_counts, (QList<qint64>{1, 0}));
+        [this] { return !m_desktop.m_counts.isEmpty() && m_desktop.m_counts.last() == 0; }, 60000));
+    EXPECT_EQ(m_desktop.m_counts, (QList<qint64>{1, 0}));
 
     auto verify =
         ctl(words("command verify --id test.verify.1 --steps 2 --interval-ms 20 --scenario fail"));
     ASSERT_TRUE(verify->finished(60000));
     ASSERT_TRUE(QTest::qWaitFor([this] { return shown(u"Verify incomplete"_s); }, 30000));
     QStringList summaries;
-    for (const auto& one : m_server.m_shown) {
+    for (const auto& one : m_desktop.m_shown) {
         summaries.append(one.summary);
         const bool sound = one.summary.endsWith(u" incomplete"_s);
         EXPECT_EQ(one.hints.value(u"sound-name"_s).toString(),

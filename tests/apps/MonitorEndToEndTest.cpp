@@ -23,7 +23,7 @@ protected:
     }
 };
 
-TEST_F(MonitorEndToEndTest, ACommandRunsItsWholeRoad)
+TEST_F(MonitorEndToEndTest, ACommandRunsItsWholeRoadAndAFailingOnesExceptionReachesTheMonitor)
 {
     auto command = ctl(words("command capture --id test.capture.1 --steps 5 --interval-ms 20"));
     ASSERT_TRUE(command->finished(60000));
@@ -34,6 +34,15 @@ TEST_F(MonitorEndToEndTest, ACommandRunsItsWholeRoad)
     EXPECT_FALSE(output.contains(u"did not confirm"_s));
     EXPECT_EQ(logLinesContaining(u"added listener"_s), 1);
     EXPECT_EQ(logLinesContaining(u"removed listener"_s), 1);
+    EXPECT_EQ(logLinesContaining(u"command returned exception"_s), 0);
+
+    auto failing = ctl(words("command verify --id test.verify.1 --steps 2 --interval-ms 20 "
+                             "--scenario fail --fail-name Data --posix 13"));
+    ASSERT_TRUE(failing->finished(60000));
+    EXPECT_EQ(failing->exitCode(), 0) << failing->output().toStdString();
+    // The stop is answered only after the monitor handled it, so its lines are there now.
+    EXPECT_EQ(logLinesContaining(u"command returned exception"_s), 1);
+    EXPECT_GE(logLinesContaining(u"POSIXErr: 13"_s), 1);
 }
 
 TEST_F(MonitorEndToEndTest, ListenersCommandNamesAndTheVersionAreAnsweredToPeers)
@@ -61,17 +70,6 @@ TEST_F(MonitorEndToEndTest, ListenersCommandNamesAndTheVersionAreAnsweredToPeers
     }
     EXPECT_EQ(answer(u"KSComponentInstalling"_s, u"queryComponentVersionWithReply"_s, {}),
               u"Monitor-2.2.5.12"_s);
-}
-
-TEST_F(MonitorEndToEndTest, AFailingCommandsExceptionReachesTheMonitor)
-{
-    auto command = ctl(words("command verify --id test.verify.1 --steps 2 --interval-ms 20 "
-                             "--scenario fail --fail-name Data --posix 13"));
-    ASSERT_TRUE(command->finished(60000));
-    EXPECT_EQ(command->exitCode(), 0) << command->output().toStdString();
-    // The stop is answered only after the monitor handled it, so its lines are there now.
-    EXPECT_EQ(logLinesContaining(u"command returned exception"_s), 1);
-    EXPECT_GE(logLinesContaining(u"POSIXErr: 13"_s), 1);
 }
 
 TEST_F(MonitorEndToEndTest, ACommandKilledWithoutAStopIsLost)
