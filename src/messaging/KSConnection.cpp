@@ -3,9 +3,9 @@
 #include "foundation/MainQueue.h"
 #include "foundation/NotificationCenter.h"
 #include "logging/Logger.h"
+#include "messaging/BlockCompletion.h"
 #include "messaging/KSPublishedConnection.h"
 #include "messaging/KSSwitchboardConnection.h"
-#include "messaging/MessageSync.h"
 #include "messaging/MessagingThread.h"
 
 #include <QScopeGuard>
@@ -15,9 +15,6 @@
 namespace {
 const QString kBarrierInterface = QStringLiteral("com.kestrom.KSComponentMessaging");
 const QString kBarrierMember = QStringLiteral("barrierWithCompletion");
-constexpr int kIdle = 0;
-constexpr int kAnswered = 1;
-constexpr int kWaiting = 2;
 } // namespace
 
 KSConnection::KSConnection(quint64 options, QString protocol)
@@ -121,6 +118,8 @@ void KSConnection::connect()
     const std::vector<Candidate> candidates = makeConnections();
     QList<QPair<Error, Candidate>> failures;
     for (const Candidate& candidate : candidates) {
+        // Watched before it is resumed, so that a loss in between is not missed.
+        watch(candidate);
         candidate->resume();
         Error error;
         if ((!m_verifyConnection && candidates.size() < 2) || verify(candidate, &error)) {
@@ -142,25 +141,15 @@ void KSConnection::connect()
 
 bool KSConnection::verify(const Candidate& candidate, Error* error)
 {
-    const auto lock = MessageSync::messageLock();
-    auto failure = std::make_shared<std::optional<Error>>();
-    const auto proxy = candidate->remoteObjectProxy([lock, failure](const QDBusError& dbusError) {
-        *failure = errorFrom(dbusError);
-        lock->messageReplied();
-    });
-    proxy->call(kBarrierInterface, kBarrierMember, {},
-                [lock](const QDBusMessage&) { lock->messageReplied(); });
-    lock->waitForMessageReply();
-    if (failure->has_value()) {
-        *error = failure->value();
-        return false;
+    const std::optional<Error> failure = runBlock(candidate, {}, false);
+    if (failure) {
+        *error = *failure;
     }
-    return true;
+    return !failure;
 }
 
-void KSConnection::accept(const Candidate& candidate)
+void KSConnection::watch(const Candidate& candidate)
 {
-    m_connection = candidate;
     const std::weak_ptr<KSConnection> weakSelf = weak_from_this();
     const std::weak_ptr<PlatformConnection> weakCandidate = candidate;
     const bool fromMain = MainQueue::isMainThread();
@@ -168,7 +157,12 @@ void KSConnection::accept(const Candidate& candidate)
         auto work = [weakSelf, weakCandidate] {
             const auto self = weakSelf.lock();
             const auto lost = weakCandidate.lock();
-            if (!self || !lost || !self->disconnect(lost)) {
+            if (!self || !lost) {
+                return;
+            }
+            // Blocks of a candidate still being verified end too, so connect goes on.
+            self->endBlocksOf(lost.get());
+            if (!self->disconnect(lost)) {
                 return;
             }
             InvalidationHandler handler;
@@ -188,6 +182,11 @@ void KSConnection::accept(const Candidate& candidate)
             QThreadPool::globalInstance()->start(work);
         }
     });
+}
+
+void KSConnection::accept(const Candidate& candidate)
+{
+    m_connection = candidate;
 }
 
 std::shared_ptr<RemoteProxy> KSConnection::serviceProxy()
@@ -229,58 +228,60 @@ void KSConnection::setupProxy(const std::shared_ptr<RemoteProxy>& /*proxy*/)
     });
 }
 
-// On the messaging thread: takes the barrier lock only, never the connection lock.
+// On the messaging thread, for messages sent outside any block: logged once until a block
+// succeeds.
 void KSConnection::proxyFailed(const QDBusError& dbusError, const QString& service)
 {
-    const Error error = errorFrom(dbusError);
-    QMutexLocker locker(&m_barrierLock);
-    if (m_barrierCondition == kWaiting) {
-        m_proxyError = error;
-        m_barrierCondition = kAnswered;
-        m_barrierChanged.wakeAll();
-    }
-    if (!m_loggedBarrierError) {
+    if (!m_loggedBarrierError.exchange(true)) {
         Logger::log(9, QStringLiteral("message from %1 to %2 failed").arg(m_identifier, service),
-                    error);
-        m_loggedBarrierError = true;
+                    errorFrom(dbusError));
+    }
+}
+
+std::optional<Error> KSConnection::runBlock(const Candidate& candidate,
+                                            const std::function<void(const RemoteProxy&)>& block,
+                                            bool logFailures)
+{
+    auto completion = std::make_shared<BlockCompletion>(candidate.get());
+    {
+        QMutexLocker locker(&m_blocksLock);
+        m_blocks.push_back(completion);
+    }
+    const auto forget = qScopeGuard([this, &completion] {
+        QMutexLocker locker(&m_blocksLock);
+        std::erase(m_blocks, completion);
+    });
+    const std::weak_ptr<KSConnection> weakSelf = weak_from_this();
+    const QString service = candidate->serviceName();
+    const auto proxy = candidate->remoteObjectProxy(
+        [completion, weakSelf, service, logFailures](const QDBusError& dbusError) {
+            completion->finish(errorFrom(dbusError));
+            const auto self = weakSelf.lock();
+            if (logFailures && self) {
+                self->proxyFailed(dbusError, service);
+            }
+        });
+    if (block) {
+        block(*proxy);
+    }
+    proxy->call(kBarrierInterface, kBarrierMember, {},
+                [completion](const QDBusMessage&) { completion->finish(std::nullopt); });
+    return completion->wait();
+}
+
+void KSConnection::endBlocksOf(const PlatformConnection* dropped)
+{
+    QMutexLocker locker(&m_blocksLock);
+    for (const auto& completion : m_blocks) {
+        if (completion->connection() == dropped) {
+            completion->finish(Error(kCocoaErrorDomain, kConnectionInvalid));
+        }
     }
 }
 
 bool KSConnection::syncReturningError(Error* error)
 {
-    const auto proxy = serviceProxy();
-    QMutexLocker locker(&m_barrierLock);
-    while (m_barrierCondition != kIdle) {
-        m_barrierChanged.wait(&m_barrierLock);
-    }
-    if (!proxy) {
-        if (error != nullptr) {
-            *error = Error(kCocoaErrorDomain, kConnectionInvalid);
-        }
-        return false;
-    }
-    const std::weak_ptr<KSConnection> weakSelf = weak_from_this();
-    m_barrierCondition = kWaiting;
-    proxy->call(kBarrierInterface, kBarrierMember, {}, [weakSelf](const QDBusMessage&) {
-        if (const auto self = weakSelf.lock()) {
-            QMutexLocker barrier(&self->m_barrierLock);
-            self->m_barrierCondition = kAnswered;
-            self->m_barrierChanged.wakeAll();
-        }
-    });
-    while (m_barrierCondition != kAnswered) {
-        m_barrierChanged.wait(&m_barrierLock);
-    }
-    const std::optional<Error> failure = std::exchange(m_proxyError, std::nullopt);
-    if (!failure) {
-        m_loggedBarrierError = false;
-    }
-    m_barrierCondition = kIdle;
-    m_barrierChanged.wakeAll();
-    if (failure && error != nullptr) {
-        *error = *failure;
-    }
-    return !failure;
+    return performSynchronousBlock({}, error);
 }
 
 bool KSConnection::ping()
@@ -291,15 +292,30 @@ bool KSConnection::ping()
 bool KSConnection::performSynchronousBlock(const std::function<void(const RemoteProxy&)>& block,
                                            Error* error)
 {
-    const auto proxy = serviceProxy();
-    if (!proxy) {
+    Candidate candidate;
+    if (MessagingThread::instance().isCurrent()) {
+        // The answers it would wait for arrive on this very thread.
+        static std::once_flag once;
+        std::call_once(once, [this] {
+            Logger::log(4, QStringLiteral("synchronous call to %1 refused on the messaging thread")
+                               .arg(identifier()));
+        });
+    } else if (serviceProxy()) {
+        candidate = currentConnection();
+    }
+    if (!candidate) {
         if (error != nullptr) {
             *error = Error(kCocoaErrorDomain, kConnectionInvalid);
         }
         return false;
     }
-    block(*proxy);
-    return syncReturningError(error);
+    const std::optional<Error> failure = runBlock(candidate, block, true);
+    if (!failure) {
+        m_loggedBarrierError = false;
+    } else if (error != nullptr) {
+        *error = *failure;
+    }
+    return !failure;
 }
 
 void KSConnection::disconnect()
@@ -324,6 +340,7 @@ bool KSConnection::disconnect(const Candidate& candidate)
                        .arg(QStringLiteral("-[KSConnection disconnect:]"), m_identifier));
     m_connection->setInvalidationHandler(nullptr);
     m_connection->invalidate();
+    endBlocksOf(m_connection.get());
     m_connection.reset();
     return true;
 }

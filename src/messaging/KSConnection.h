@@ -5,7 +5,6 @@
 #include "messaging/RemoteProxy.h"
 
 #include <QMutex>
-#include <QWaitCondition>
 #include <atomic>
 #include <functional>
 #include <memory>
@@ -13,6 +12,7 @@
 #include <optional>
 #include <vector>
 
+class BlockCompletion;
 class KSPublishedConnection;
 class KSSwitchboardConnection;
 
@@ -55,6 +55,9 @@ public:
     // True when every message sent before it has been handled by the other side.
     bool syncReturningError(Error* error = nullptr);
     bool ping();
+    // The block's messages go through a proxy of their own, so an error of one of them, the
+    // barrier's answer, its timeout or the connection's loss ends exactly this block. Blocks
+    // on one connection run side by side; none holds a lock while it sends or waits.
     bool performSynchronousBlock(const std::function<void(const RemoteProxy& proxy)>& block,
                                  Error* error = nullptr);
 
@@ -88,8 +91,15 @@ private:
     // gives up instead (false), as if there were no connection.
     bool lockConnection(std::unique_lock<QMutex>& locker) const;
     bool verify(const Candidate& candidate, Error* error);
+    void watch(const Candidate& candidate);
     void accept(const Candidate& candidate);
     void proxyFailed(const QDBusError& error, const QString& service);
+    // Sends the block's messages and a barrier through a proxy of their own and waits for
+    // the first of: the barrier's reply, an error, the candidate's loss.
+    std::optional<Error> runBlock(const Candidate& candidate,
+                                  const std::function<void(const RemoteProxy& proxy)>& block,
+                                  bool logFailures);
+    void endBlocksOf(const PlatformConnection* dropped);
 
     Candidate m_connection;
     quint64 m_options;
@@ -98,14 +108,12 @@ private:
     std::atomic<bool> m_connecting{false}; // set under the lock while candidates are tried
     std::shared_ptr<RemoteProxy> m_barrierProxy;
 
-    // The barrier: 0 idle, 2 waiting for an answer, 1 answered.
-    QMutex m_barrierLock;
-    QWaitCondition m_barrierChanged;
-    int m_barrierCondition = 0;
-    std::optional<Error> m_proxyError;
+    // The blocks waiting now, ended with an error when their connection is dropped.
+    QMutex m_blocksLock;
+    std::vector<std::shared_ptr<BlockCompletion>> m_blocks;
 
     bool m_loggedConnectionError = false;
-    bool m_loggedBarrierError = false;
+    std::atomic<bool> m_loggedBarrierError{false};
     InvalidationHandler m_invalidationHandler;
     bool m_verifyConnection = true;
     QString m_identifier;

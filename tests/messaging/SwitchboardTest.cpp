@@ -6,7 +6,10 @@
 #include "support/PrivateBus.h"
 
 #include <QDBusMessage>
+#include <QThread>
 #include <atomic>
+#include <functional>
+#include <thread>
 
 using namespace Qt::StringLiterals;
 
@@ -273,4 +276,93 @@ TEST_F(SwitchboardTest, OnlyTheCurrentConnectionsLossCallsTheInvalidationHandler
     ASSERT_TRUE(QTest::qWaitFor([&] { return lost >= 1; }, 30000));
     EXPECT_FALSE(connection->connected());
     EXPECT_EQ(lost, 1);
+}
+
+namespace {
+// Runs the work on a thread of its own; false when it has not ended after a generous while, so
+// that a hang fails the test instead of stopping the whole run. The thread is left behind then.
+bool ends(std::function<void()> work)
+{
+    auto ended = std::make_shared<std::atomic<bool>>(false);
+    std::thread([work = std::move(work), ended] {
+        work();
+        *ended = true;
+    }).detach();
+    return QTest::qWaitFor([&] { return ended->load(); }, 30000);
+}
+
+// A call every peer answers with an error, as a command refusing a question does.
+void callSomethingUnknown(const RemoteProxy& proxy)
+{
+    proxy.call(u"com.kestrom.KSComponentMessaging"_s, u"noSuchQuestion"_s, {}, {});
+}
+} // namespace
+
+TEST_F(SwitchboardTest, AFailedCallEndsExactlyItsOwnBlockAndTheNextBlocksAreAnswered)
+{
+    // One peer in another process, and one served by this very process: a block calling back
+    // into its own endpoint must not deadlock either.
+    const Server server = serve(u"test.refusing"_s);
+    ASSERT_TRUE(server.endpoint.has_value());
+    KSConnectionServiceSingleton vendor(new ServedObject);
+    vendor.publishWithName(u"test.self"_s);
+    ASSERT_TRUE(waitForEndpoint(u"test.self"_s, true).has_value());
+
+    for (const QString& name : {u"test.refusing"_s, u"test.self"_s}) {
+        const auto connection = connectTo(name);
+        for (int round = 0; round < 4; ++round) {
+            Error error;
+            bool failedBlockAnswered = true;
+            bool pingAnswered = false;
+            ASSERT_TRUE(ends([&] {
+                failedBlockAnswered = connection->performSynchronousBlock(
+                    [round](const RemoteProxy& proxy) {
+                        callSomethingUnknown(proxy);
+                        if (round % 2 == 1) {
+                            // The error is back before the block's barrier is even sent.
+                            QThread::msleep(300);
+                        }
+                    },
+                    &error);
+                pingAnswered = connection->ping();
+            })) << name.toStdString()
+                << " round " << round;
+            EXPECT_FALSE(failedBlockAnswered) << name.toStdString() << " round " << round;
+            EXPECT_EQ(error.userInfo().value(u"Name"_s).toString(),
+                      u"org.freedesktop.DBus.Error.UnknownMethod"_s)
+                << name.toStdString() << " round " << round;
+            EXPECT_TRUE(pingAnswered) << name.toStdString() << " round " << round;
+        }
+    }
+}
+
+TEST_F(SwitchboardTest, BlocksOnOneConnectionFromManyThreadsAllEnd)
+{
+    const Server server = serve(u"test.busy"_s);
+    ASSERT_TRUE(server.endpoint.has_value());
+    const auto connection = connectTo(u"test.busy"_s);
+    std::atomic<int> failed{0};
+    std::atomic<int> answered{0};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 6; ++thread) {
+        threads.emplace_back([&, thread] {
+            for (int round = 0; round < 10; ++round) {
+                const bool fails = (thread + round) % 3 == 0;
+                const bool ok = connection->performSynchronousBlock([fails](const RemoteProxy& p) {
+                    if (fails) {
+                        callSomethingUnknown(p);
+                    }
+                });
+                (ok ? answered : failed)++;
+                EXPECT_EQ(ok, !fails) << thread << " " << round;
+            }
+        });
+    }
+    ASSERT_TRUE(ends([&] {
+        for (auto& thread : threads) {
+            thread.join();
+        }
+    }));
+    EXPECT_EQ(failed, 20);
+    EXPECT_EQ(answered, 40);
 }
