@@ -35,6 +35,15 @@ void PlatformConnection::setInvalidationHandler(std::function<void()> handler)
 {
     QMutexLocker locker(&m_mutex);
     m_invalidationHandler = std::move(handler);
+    if (m_lostUnheard && m_invalidationHandler) {
+        m_lostUnheard = false;
+        const std::weak_ptr<PlatformConnection> weak = weak_from_this();
+        MessagingThread::instance().post([weak] {
+            if (const auto alive = weak.lock()) {
+                alive->lost();
+            }
+        });
+    }
 }
 
 void PlatformConnection::resume()
@@ -95,6 +104,7 @@ void PlatformConnection::lost()
     {
         QMutexLocker locker(&m_mutex);
         handler = m_invalidationHandler;
+        m_lostUnheard = !handler;
     }
     if (m_valid->load() && handler) {
         handler();

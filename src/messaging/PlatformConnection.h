@@ -12,7 +12,8 @@ class QDBusServiceWatcher;
 
 // One conversation with one object of one peer: a bus name (well-known or unique) and an
 // object path. Resuming starts watching the name's owner; when it goes away or changes, the
-// invalidation handler runs (on the messaging thread). Invalidating stops the watch, and its
+// invalidation handler runs (on the messaging thread); a handler installed after the loss
+// still hears of it. Invalidating stops the watch, and its
 // proxies refuse every later message.
 class PlatformConnection : public std::enable_shared_from_this<PlatformConnection>
 {
@@ -47,5 +48,6 @@ private:
     std::atomic<bool> m_resumed{false};
     mutable QMutex m_mutex;
     std::function<void()> m_invalidationHandler;
+    bool m_lostUnheard = false;               // lost before any handler was there to hear it
     QDBusServiceWatcher* m_watcher = nullptr; // lives on the messaging thread
 };

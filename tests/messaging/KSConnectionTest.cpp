@@ -2,7 +2,10 @@
 
 #include "messaging/MessagingThread.h"
 
+#include <QDBusConnectionInterface>
 #include <QSemaphore>
+#include <QTest>
+#include <atomic>
 #include <gtest/gtest.h>
 
 namespace {
@@ -36,6 +39,26 @@ protected:
 private:
     QSemaphore m_asked;
 };
+
+// Offers a candidate whose peer is already gone when the connection takes it.
+class ConnectionToAPeerLostBeforeItWasTaken : public KSConnection
+{
+public:
+    using KSConnection::KSConnection;
+
+protected:
+    std::vector<Candidate> makeConnections() override
+    {
+        auto candidate = std::make_shared<PlatformConnection>(
+            QStringLiteral("com.kestrom.test.nobody"), QStringLiteral("/"), 0);
+        candidate->resume();
+        // The answer that there is no owner is handled before this later round trip ends.
+        MessagingThread::instance().connection().interface()->isServiceRegistered(
+            QStringLiteral("org.freedesktop.DBus"));
+        MessagingThread::instance().runAndWait([] {});
+        return {candidate};
+    }
+};
 } // namespace
 
 TEST(KSConnection, TheMessagingThreadNeverWaitsForAConnectionBeingMade)
@@ -44,4 +67,16 @@ TEST(KSConnection, TheMessagingThreadNeverWaitsForAConnectionBeingMade)
         0, QStringLiteral("KSComponentServing"));
     connection->connect();
     EXPECT_TRUE(connection->messagingThreadWasFree);
+}
+
+TEST(KSConnection, APeerLostBeforeItsConnectionWasTakenStillEndsIt)
+{
+    const auto connection = std::make_shared<ConnectionToAPeerLostBeforeItWasTaken>(
+        0, QStringLiteral("KSComponentServing"));
+    connection->setVerifyConnection(false); // taken as it is, so only the loss can end it
+    std::atomic<int> lost{0};
+    connection->setInvalidationHandler([&lost] { ++lost; });
+    connection->connect();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return lost == 1; }, 30000));
+    EXPECT_FALSE(connection->connected());
 }
