@@ -200,11 +200,12 @@ void CommandListenerService::cullTime()
     }
     const QPointer<CommandListenerService> service(this);
     for (const ListenerPtr& listener : std::as_const(silent)) {
-        backgroundQueue().start([service, listener] {
+        backgroundQueue().start([service, listener]() mutable {
             const bool cull = listener->shouldBeCulledFromService(service.data());
-            // The answer, and the listener's reference, go back to the main thread: the
-            // registry is touched there only, and a QObject is best released where it lives.
-            MainQueue::dispatchMainAsync([service, listener, cull] {
+            // The answer, and the listener's only reference here, go back to the main thread:
+            // the registry is touched there only, and the listener and what it owns must be
+            // released where they live, never on this thread.
+            MainQueue::dispatchMainAsync([service, listener = std::move(listener), cull] {
                 if (!service) {
                     return;
                 }

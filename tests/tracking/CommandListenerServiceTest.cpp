@@ -162,6 +162,12 @@ TEST_F(CommandListenerServiceTest, TheFirstUnderAnIdentifierWinsRemovalIsByIdent
     EXPECT_EQ(m_delegate.didRemove.size(), 2);
     EXPECT_EQ(m_service.cullTimer(), nullptr);
     EXPECT_FALSE(m_service.activeListeners().has_value());
+
+    m_service.addListener(makeListener(), u"three"_s);
+    m_service.removeAllListeners();
+    m_service.removeListener(makeListener().get()); // a stranger, to an empty registry
+    EXPECT_EQ(m_service.cullTimer(), nullptr);
+    EXPECT_EQ(lines(u"removed listener"_s), 1);
 }
 
 TEST_F(CommandListenerServiceTest, TheDelegateMakesMissingListenersOnceAndTheNameCanBeSet)
