@@ -105,3 +105,39 @@ TEST_F(MonitorEndToEndTest, APlainQuitExitsWith75)
     EXPECT_EQ(logLinesContaining(u"stopping Monitor-2.2.5.12, exiting with status 75"_s), 1);
     EXPECT_FALSE(monitorEndpoint().has_value());
 }
+
+TEST_F(MonitorEndToEndTest, ASecondMonitorBringsTheFirstForwardAndLeavesWithoutServing)
+{
+    const auto first = monitorEndpoint();
+    ASSERT_TRUE(first.has_value());
+    ChildProcess second(QStringLiteral(MONITOR_PROGRAM), words("-platform offscreen"));
+    ASSERT_TRUE(second.started());
+    ASSERT_TRUE(second.finished()) << "a second monitor must not stay";
+    EXPECT_EQ(second.exitCode(), 0);
+    EXPECT_EQ(second.output().trimmed(),
+              u"kestrom-monitor: already running for this user; its window was brought forward"_s);
+    EXPECT_EQ(monitorEndpoint(), first) << "the first monitor still serves alone";
+    const QString owner = MessagingThread::instance()
+                              .connection()
+                              .interface()
+                              ->serviceOwner(u"com.kestrom.monitor"_s)
+                              .value();
+    EXPECT_EQ(owner, first->service());
+    EXPECT_TRUE(QTest::qWaitFor(
+        [] { return logLinesContaining(u"asked to come forward by a second start"_s) == 1; },
+        30000))
+        << "the first one heard";
+}
+
+TEST_F(MonitorEndToEndTest, HelpAndVersionNeedNoDisplay)
+{
+    for (const auto& [option, expected] : {std::pair{u"--help"_s, u"--cull-interval"_s},
+                                           {u"--version"_s, u"kestrom-monitor 2.2.5.12"_s}}) {
+        ChildProcess process(u"/usr/bin/env"_s,
+                             {u"-u"_s, u"DISPLAY"_s, u"-u"_s, u"WAYLAND_DISPLAY"_s, u"-u"_s,
+                              u"QT_QPA_PLATFORM"_s, QStringLiteral(MONITOR_PROGRAM), option});
+        ASSERT_TRUE(process.finished()) << option.toStdString();
+        EXPECT_EQ(process.exitCode(), 0) << option.toStdString();
+        EXPECT_TRUE(process.output().contains(expected)) << process.output().toStdString();
+    }
+}
