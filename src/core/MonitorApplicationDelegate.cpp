@@ -9,13 +9,17 @@
 #include "platform/ClientApplication.h"
 #include "preferences/ImpermanentValues.h"
 #include "preferences/MonitorDefaults.h"
+#include "preferences/PropertyList.h"
 #include "preferences/WTUserPreferences.h"
 #include "tracking/ActivityProgressManager.h"
 #include "tracking/CommandListenerService.h"
 #include "tracking/CommandOnXPCConnection.h"
 
 #include <QCoreApplication>
+#include <QMetaProperty>
 #include <QTimer>
+#include <climits>
+#include <optional>
 
 namespace {
 MonitorApplicationDelegate* s_shared = nullptr;
@@ -368,12 +372,41 @@ bool MonitorApplicationDelegate::setComponentPreferenceValue(const QVariant& val
                                                              const QString& key)
 {
     const QByteArray property = componentPreferenceProperties().value(key);
+    const std::optional<QVariant> fitting =
+        property.isEmpty() ? std::optional<QVariant>(value) : propertyValue(property, value);
+    // A value its key cannot hold changes nothing, and the peer hears NO.
+    if (!fitting || !MonitorDefaults::canHold(key, value)) {
+        Logger::log(3, QStringLiteral("Preference “%1” not set: a %2 value does not fit it")
+                           .arg(key, value.isValid() ? QString::fromLatin1(value.typeName())
+                                                     : QStringLiteral("nil")));
+        return false;
+    }
     if (property.isEmpty()) {
         return WTUserPreferences::sharedPreferences().setValue(value, key,
                                                                WTUserPreferences::kMonitorDomain);
     }
-    setProperty(property, value);
+    setProperty(property, *fitting);
     return true;
+}
+
+std::optional<QVariant> MonitorApplicationDelegate::propertyValue(const QByteArray& property,
+                                                                  const QVariant& value) const
+{
+    const QMetaProperty target =
+        metaObject()->property(metaObject()->indexOfProperty(property.constData()));
+    const PropertyList::Kind kind = PropertyList::kindOf(value);
+    if (target.metaType() == QMetaType::fromType<bool>()) {
+        return kind == PropertyList::Kind::Boolean ? std::optional<QVariant>(value.toBool())
+                                                   : std::nullopt;
+    }
+    if (target.metaType() == QMetaType::fromType<int>() && kind == PropertyList::Kind::Integer) {
+        const std::optional<qint64> number = PropertyList::integerValue(value);
+        if (number && *number >= INT_MIN && *number <= INT_MAX &&
+            value.metaType().id() != QMetaType::ULongLong) {
+            return QVariant(int(*number));
+        }
+    }
+    return std::nullopt;
 }
 
 QVariant MonitorApplicationDelegate::componentPreferenceForKey(const QString& key) const

@@ -17,6 +17,7 @@
 #include <QVariant>
 #include <functional>
 #include <memory>
+#include <optional>
 
 class ActivityProgressManager;
 class CommandListener;
@@ -139,6 +140,9 @@ Q_SIGNALS:
     void regularAppModeChanged();
 
 private:
+    // The value as the property's own type, or nothing when it has no such form.
+    std::optional<QVariant> propertyValue(const QByteArray& property, const QVariant& value) const;
+
     void finishTermination(int status);
     void publishVendor();
     void observeSwitchboardRequests();

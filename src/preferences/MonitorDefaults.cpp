@@ -146,3 +146,51 @@ QString MonitorDefaults::stringInDomain(const QString& key, const QString& domai
     }
     return value.toString();
 }
+
+bool MonitorDefaults::canHold(const QString& key, const QVariant& value)
+{
+    using Kind = PropertyList::Kind;
+    static const QHash<QString, Kind> kinds{
+        {kShowMonitorOnStart, Kind::Boolean},
+        {kHideMonitorWhenComplete, Kind::Boolean},
+        {kMonitorSpacesJoinAll, Kind::Boolean},
+        {kShowStatusIndicatorInStatusMenu, Kind::Boolean},
+        {kShowActivityOnActivate, Kind::Boolean},
+        {kMonitorAccessoryApp, Kind::Boolean},
+        {kShowStatusMenu, Kind::Boolean},
+        {kMonitorSpacesMoveToActive, Kind::Boolean},
+        {kStatusMinimunCaptureInterval, Kind::Real},
+        {kStatusMinimunVerifyInterval, Kind::Real},
+        {kStatusFreeWarning, Kind::Real},
+        {kStatusFreeCritical, Kind::Real},
+        {kFadedWindowOpacity, Kind::Real},
+        {kFadingWindowTimeInterval, Kind::Real},
+        {kMonitorStatusRetirementDays, Kind::Real},
+        {kStatusCaptureWarningIntervals, Kind::Integer},
+        {kStatusCaptureTruantIntervals, Kind::Integer},
+        {kStatusVerifyWarningIntervals, Kind::Integer},
+        {kStatusVerifyTruantIntervals, Kind::Integer},
+        {kMonitorRegularAppMode, Kind::Integer},
+        {kLocalNotifications, Kind::Dictionary},
+        {kMonitorRepositoryEventStates, Kind::Dictionary},
+        {kImpermanent, Kind::Dictionary},
+    };
+    if (!value.isValid()) {
+        return true;
+    }
+    const auto expected = kinds.constFind(key);
+    if (expected == kinds.cend()) {
+        return true;
+    }
+    const Kind kind = PropertyList::kindOf(value);
+    switch (*expected) {
+    case Kind::Integer:
+        // Stored as signed 64 bits: a larger unsigned number would change on the way.
+        return kind == Kind::Integer && (value.metaType().id() != QMetaType::ULongLong ||
+                                         value.toULongLong() <= quint64(INT64_MAX));
+    case Kind::Real:
+        return kind == Kind::Real || kind == Kind::Integer;
+    default:
+        return kind == *expected;
+    }
+}

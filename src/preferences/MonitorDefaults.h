@@ -73,6 +73,11 @@ public:
 
     WTUserPreferences& preferences() const { return m_preferences; }
 
+    // Whether the value may be stored under the key: a key of known type takes only a value of
+    // that type (any integer for a double, an integer in 64 bits); nil (removal) is always
+    // allowed here. Unknown keys take any value.
+    static bool canHold(const QString& key, const QVariant& value);
+
     // The stored value, else the registered one, else an invalid QVariant.
     QVariant objectForKey(const QString& key) const;
     bool boolForKey(const QString& key) const;

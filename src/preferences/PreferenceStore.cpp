@@ -3,6 +3,7 @@
 #include "exception/LogHook.h"
 #include "preferences/PropertyList.h"
 
+#include <QDateTime>
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
@@ -11,6 +12,7 @@
 #include <QMutexLocker>
 #include <QSaveFile>
 #include <QThread>
+#include <sys/stat.h>
 #include <utility>
 
 namespace {
@@ -19,9 +21,39 @@ constexpr int kLogClass = 5;
 constexpr qint64 kMaxFileSize = qint64(32) << 20;
 constexpr unsigned long kLockPollMilliseconds = 2;
 
-QString corruptCopyPath(const QString& path)
+// Dated, so a later damage never overwrites the copy of an earlier one.
+QString damagedCopyPath(const QString& path)
 {
-    return path + QStringLiteral(".corrupt");
+    return path + QStringLiteral(".damaged-") +
+           QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss"));
+}
+
+// Tells whether the file changed since it was last read, without reading it.
+PreferenceStore::FileSignature signatureOf(const QString& path)
+{
+    struct stat info = {};
+    if (::stat(QFile::encodeName(path).constData(), &info) != 0) {
+        return {};
+    }
+    return {true, qint64(info.st_ino), qint64(info.st_size),
+            qint64(info.st_mtim.tv_sec) * 1'000'000'000 + info.st_mtim.tv_nsec};
+}
+
+// Values a property list cannot hold (read from a file another program wrote) are dropped
+// from what is written, each with a line, so that one of them never stops every later flush.
+QStringList dropUnwritable(QVariantMap& values)
+{
+    QStringList lines;
+    for (auto it = values.begin(); it != values.end();) {
+        const PropertyList::Serialized form = PropertyList::xmlData(it.value());
+        if (form.isValid()) {
+            ++it;
+            continue;
+        }
+        lines.append(QStringLiteral("“%1”: %2").arg(it.key(), form.error));
+        it = values.erase(it);
+    }
+    return lines;
 }
 
 void applyChanges(QVariantMap& values, const auto& changes)
@@ -79,14 +111,15 @@ struct PreferenceStore::FileState
     QString problem;
     // Tells one damage from another, so that each is logged once.
     size_t fingerprint = 0;
+    FileSignature signature;
 };
 
 QString PreferenceStore::damageLine(const QString& path, const FileState& file)
 {
     return QStringLiteral("Preference file “%1” is damaged (%2); its values are ignored until "
-                          "the domain is next written, then %3 and the damaged file is kept as %4")
-        .arg(path, file.problem, readablePart(file.values.size()),
-             QFileInfo(corruptCopyPath(path)).fileName());
+                          "the domain is next written, then %3 and the damaged file is kept "
+                          "beside it, dated")
+        .arg(path, file.problem, readablePart(file.values.size()));
 }
 
 PreferenceStore::PreferenceStore(QString folder)
@@ -151,9 +184,11 @@ bool PreferenceStore::setValue(const QString& key, const QVariant& value, const 
                 .arg(key, domain));
         return false;
     }
-    if (value.isValid() && !PropertyList::isPropertyList(value)) {
-        log(QStringLiteral("Preference “%1” of %2 not set: a %3 is not a property-list value")
-                .arg(key, domain, QString::fromLatin1(value.metaType().name())));
+    // Refused at the door: a value the file cannot hold would fail every later flush.
+    const PropertyList::Serialized form =
+        value.isValid() ? PropertyList::xmlData(value) : PropertyList::Serialized{};
+    if (!form.isValid()) {
+        log(QStringLiteral("Preference “%1” of %2 not set: %3").arg(key, domain, form.error));
         return false;
     }
     std::optional<QString> line;
@@ -228,7 +263,9 @@ bool PreferenceStore::synchronize(const QString& domain)
                     entry.changes.erase(mine);
                 }
             }
-            adopt(entry, domain, FileState{FileState::Status::Read, written, {}, 0});
+            adopt(
+                entry, domain,
+                FileState{FileState::Status::Read, written, {}, 0, signatureOf(filePath(domain))});
         }
     }
     log(line);
@@ -245,35 +282,43 @@ bool PreferenceStore::isUsableDomainName(const QString& domain)
 PreferenceStore::FileState PreferenceStore::readFile(const QString& domain) const
 {
     using Status = FileState::Status;
+    // Taken before the read: a change while reading makes the next read read again.
+    const FileSignature signature = signatureOf(filePath(domain));
     QFile file(filePath(domain));
     if (!file.exists()) {
         return {};
     }
     if (!file.open(QIODevice::ReadOnly)) {
         const QString problem = file.errorString();
-        return {Status::Unreadable, {}, problem, qHash(problem)};
+        return {Status::Unreadable, {}, problem, qHash(problem), signature};
     }
     if (file.size() > kMaxFileSize) {
         const QString problem = QStringLiteral("it is larger than %1 bytes").arg(kMaxFileSize);
-        return {Status::Damaged, {}, problem, qHashMulti(0, problem, file.size())};
+        return {Status::Damaged, {}, problem, qHashMulti(0, problem, file.size()), signature};
     }
     const QByteArray bytes = file.readAll();
     const PropertyList::Parsed parsed = PropertyList::fromData(bytes);
     if (!parsed.isValid()) {
         return {Status::Damaged, PropertyList::salvagedDictionary(bytes), parsed.error,
-                qHash(bytes)};
+                qHash(bytes), signature};
     }
     if (parsed.value.metaType().id() != QMetaType::QVariantMap) {
-        return {Status::Damaged, {}, QStringLiteral("it does not hold a dictionary"), qHash(bytes)};
+        return {Status::Damaged,
+                {},
+                QStringLiteral("it does not hold a dictionary"),
+                qHash(bytes),
+                signature};
     }
-    return {Status::Read, parsed.value.toMap(), {}, 0};
+    return {Status::Read, parsed.value.toMap(), {}, 0, signature};
 }
 
 PreferenceStore::Domain& PreferenceStore::loadedDomain(const QString& domain,
                                                        std::optional<QString>* logLine)
 {
     Domain& entry = m_domains[domain];
-    if (!entry.loaded) {
+    // Other processes write their domains too: a file that changed since it was read is read
+    // again, with this process's pending changes laid over it.
+    if (!entry.loaded || signatureOf(filePath(domain)) != entry.signature) {
         *logLine = adopt(entry, domain, readFile(domain));
     }
     return entry;
@@ -313,6 +358,7 @@ std::optional<QString> PreferenceStore::adopt(Domain& entry, const QString& doma
     }
     applyChanges(entry.values, entry.changes);
     entry.loaded = true;
+    entry.signature = file.signature;
     return line;
 }
 
@@ -343,18 +389,21 @@ std::optional<QString> PreferenceStore::writeMerged(const QString& domain,
     }
     QVariantMap merged = seen->values;
     applyChanges(merged, changes);
+    for (const QString& dropped : dropUnwritable(merged)) {
+        log(QStringLiteral("Preference file “%1”: value %2; it is left out").arg(path, dropped));
+    }
     const PropertyList::Serialized xml = PropertyList::xmlData(merged);
     if (!xml.isValid()) {
         return QStringLiteral("Preference file “%1” not written: %2").arg(path, xml.error);
     }
     if (seen->status == FileState::Status::Damaged) {
-        const QString copy = corruptCopyPath(path);
-        QFile::remove(copy);
-        if (!QFile::copy(path, copy)) {
+        const QString copy = damagedCopyPath(path);
+        if (!QFile::exists(copy) && !QFile::copy(path, copy)) {
             return QStringLiteral("Preference file “%1” not written: no copy of the damaged "
                                   "file could be kept as “%2”")
                 .arg(path, copy);
         }
+        log(QStringLiteral("Damaged preference file “%1” kept as “%2”").arg(path, copy));
     }
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly) || file.write(xml.data) != xml.data.size() ||

@@ -9,9 +9,10 @@
 #include <optional>
 
 // The per-user store of preference domains: domain D is the XML property list D.plist in one
-// folder. Reads come from a per-domain cache; writes change the cache and are remembered as
-// this process's own until synchronize(D) lays them over the file as it is on disk then, so two
-// processes writing different keys of one domain never lose each other's. Any thread.
+// folder. Reads come from a per-domain cache, read again when the file changed; writes change the
+// cache and are remembered as this process's own until synchronize(D) lays them over the file as it
+// is on disk then, so two processes writing different keys of one domain never lose each other's.
+// Any thread.
 class PreferenceStore
 {
 public:
@@ -41,6 +42,16 @@ public:
     // or replaced; the changes are then kept for the next attempt.
     bool synchronize(const QString& domain);
 
+    // Which file, of what size, written when: a change of any means the file changed.
+    struct FileSignature
+    {
+        bool exists = false;
+        qint64 inode = 0;
+        qint64 size = 0;
+        qint64 modifiedNs = 0;
+        bool operator==(const FileSignature&) const = default;
+    };
+
 private:
     struct Change
     {
@@ -58,6 +69,7 @@ private:
         bool damaged = false;
         QVariantMap salvaged;
         std::optional<size_t> loggedDamage;
+        FileSignature signature; // of the file as last read
     };
 
     struct FileState;

@@ -96,10 +96,26 @@ PlistPtr wideUnsignedNode(quint64 value)
 
 PlistPtr stringNode(const QString& text, QString* error)
 {
-    const QByteArray utf8 = text.toUtf8();
-    if (utf8.contains('\0')) {
-        return fail(error, QStringLiteral("a string holds a NUL character"));
+    // XML 1.0 cannot hold these: written anyway, they would make the whole file unreadable.
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const char16_t unit = text.at(i).unicode();
+        if (unit == 0) {
+            return fail(error, QStringLiteral("a string holds a NUL character"));
+        }
+        const bool control = unit < 0x20 && unit != u'\t' && unit != u'\n' && unit != u'\r';
+        const bool pairedSurrogate = QChar::isHighSurrogate(unit) && i + 1 < text.size() &&
+                                     QChar::isLowSurrogate(text.at(i + 1).unicode());
+        if (pairedSurrogate) {
+            ++i;
+            continue;
+        }
+        if (control || QChar::isSurrogate(unit) || unit == 0xFFFE || unit == 0xFFFF) {
+            return fail(error, QStringLiteral("a string holds the character U+%1, which a "
+                                              "property list cannot hold")
+                                   .arg(uint(unit), 4, 16, QLatin1Char('0')));
+        }
     }
+    const QByteArray utf8 = text.toUtf8();
     return PlistPtr(plist_new_string(utf8.constData()));
 }
 

@@ -1,5 +1,6 @@
 #include "MonitorProcessFixture.h"
 #include "foundation/KeyedArchive.h"
+#include "preferences/PreferenceStore.h"
 #include "support/PrivateBus.h"
 #include "tracking/CommandManager.h"
 #include "tracking/CommandOnXPCConnection.h"
@@ -140,4 +141,52 @@ TEST_F(MonitorEndToEndTest, HelpAndVersionNeedNoDisplay)
         EXPECT_EQ(process.exitCode(), 0) << option.toStdString();
         EXPECT_TRUE(process.output().contains(expected)) << process.output().toStdString();
     }
+}
+
+TEST_F(MonitorEndToEndTest, APreferenceThatCannotBeSetAnswersNoAndLaterOnesStillReachTheFile)
+{
+    const auto set = [](const QVariant& value, const QString& key) {
+        const QByteArray data = value.isValid() ? KeyedArchive::archivedData(value) : QByteArray();
+        const QDBusMessage reply = ask(u"com.kestrom.KSComponentPreferencing"_s,
+                                       u"setComponentPreferenceValue"_s, {data, key});
+        EXPECT_EQ(reply.type(), QDBusMessage::ReplyMessage) << key.toStdString();
+        return reply.arguments().value(0).toBool();
+    };
+    const QVariantMap dictionary{{u"a"_s, 1}};
+    const struct
+    {
+        QVariant value;
+        QString key;
+    } refused[] = {
+        {dictionary, u"KSShowStatusMenu"_s},
+        {QVariant(), u"KSShowMonitorOnStart"_s},
+        {QVariant::fromValue(qint64(5000000000)), u"KSMonitorRegularAppMode"_s},
+        {u"three"_s, u"KSStatusCaptureWarningIntervals"_s},
+        {dictionary, u"KSStatusFreeWarning"_s},
+        {QString(u"before\0after"_s), u"KSTestNote"_s},
+        {u"bell\u0007"_s, u"KSTestNote"_s},
+    };
+    for (const auto& [value, key] : refused) {
+        EXPECT_FALSE(set(value, key)) << key.toStdString();
+        const QByteArray stored = ask(u"com.kestrom.KSComponentPreferencing"_s,
+                                      u"queryComponentPreferenceForKey"_s, {key})
+                                      .arguments()
+                                      .value(0)
+                                      .toByteArray();
+        if (!stored.isEmpty()) {
+            EXPECT_NE(KeyedArchive::unarchiveObjectWithData(stored), value) << key.toStdString();
+        }
+    }
+    EXPECT_TRUE(set(u"kept after refusals"_s, u"KSTestNote"_s));
+    EXPECT_TRUE(set(QVariant::fromValue(qint64(5000000000)), u"KSStatusCaptureTruantIntervals"_s))
+        << "a 64-bit integer key holds it whole";
+    const QString path = PreferenceStore::defaultFolder() + u"/com.kestrom.monitor.plist"_s;
+    EXPECT_TRUE(QTest::qWaitFor(
+        [&] {
+            QFile file(path);
+            return file.open(QIODevice::ReadOnly) &&
+                   QString::fromUtf8(file.readAll()).contains(u"kept after refusals"_s);
+        },
+        30000))
+        << "the flush 2 seconds after the write reaches the file";
 }

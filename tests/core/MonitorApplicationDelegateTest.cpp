@@ -176,4 +176,21 @@ TEST_F(MonitorApplicationDelegateTest, UndecodablePreferenceFromAPeerLeavesTheSe
     EXPECT_TRUE(server.setComponentPreferenceValue({}, key)) << "empty data is nil: removes";
     EXPECT_FALSE(m_delegate->componentPreferenceForKey(key).isValid());
 }
+
+TEST_F(MonitorApplicationDelegateTest, TheStatusMenuKeyFromAPeerInstallsOrRemovesTheItemAtOnce)
+{
+    const int installs = m_statusItem->m_installs;
+    const int removals = m_statusItem->m_removals;
+    EXPECT_TRUE(m_delegate->setComponentPreferenceValue(true, u"KSShowStatusMenu"_s));
+    EXPECT_EQ(m_statusItem->m_installs, installs + 1);
+    EXPECT_TRUE(defaults().showStatusMenu());
+    EXPECT_TRUE(m_delegate->setComponentPreferenceValue(false, u"KSShowStatusMenu"_s));
+    EXPECT_EQ(m_statusItem->m_removals, removals + 1);
+    // Neither a dictionary nor nil can be a boolean: nothing happens and the answer is NO.
+    EXPECT_FALSE(m_delegate->setComponentPreferenceValue(QVariantMap{{u"on"_s, true}},
+                                                         u"KSShowStatusMenu"_s));
+    EXPECT_FALSE(m_delegate->setComponentPreferenceValue(QVariant(), u"KSShowStatusMenu"_s));
+    EXPECT_EQ(m_statusItem->m_installs, installs + 1);
+    EXPECT_EQ(m_statusItem->m_removals, removals + 1);
+}
 } // namespace

@@ -7,6 +7,7 @@
 #include <QFile>
 #include <QPoint>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
@@ -21,6 +22,10 @@ class PreferenceStoreTest : public ::testing::Test
 protected:
     QString folder() const { return m_dir.path() + u"/Kestrom"_s; }
     QString path() const { return folder() + u"/com.kestrom.monitor.plist"_s; }
+    QStringList damagedCopies() const
+    {
+        return QDir(folder()).entryList({u"com.kestrom.monitor.plist.damaged-*"_s}, QDir::Files);
+    }
 
     QByteArray fileBytes(const QString& file) const
     {
@@ -87,8 +92,8 @@ TEST_F(PreferenceStoreTest, AnotherStoresKeysWrittenBetweenTwoFlushesSurvive)
     theirs.setValue(u"theirs"_s, 2, kDomain);
     theirs.setValue(u"shared"_s, QVariant(), kDomain);
     ASSERT_TRUE(theirs.synchronize(kDomain));
-    // Reads come from the cache until the next synchronize.
-    EXPECT_FALSE(mine.value(u"theirs"_s, kDomain).isValid());
+    // The other process's flush changed the file: reads see it.
+    EXPECT_TRUE(PropertyList::isEqual(mine.value(u"theirs"_s, kDomain), 2));
 
     mine.setValue(u"later"_s, 3, kDomain);
     ASSERT_TRUE(mine.synchronize(kDomain));
@@ -153,7 +158,9 @@ TEST_F(PreferenceStoreTest, AnUnreadableFileIsLeftAloneUntilAWriteKeepsWhatCanBe
     for (const Case& c : cases) {
         SCOPED_TRACE(c.damaged.left(20).toStdString());
         putFile(c.damaged);
-        QFile::remove(path() + u".corrupt"_s);
+        for (const QString& copy : damagedCopies()) {
+            QFile::remove(folder() + u'/' + copy);
+        }
         RecordingLogSink sink;
         PreferenceStore store(folder());
         EXPECT_TRUE(store.values(kDomain).isEmpty());
@@ -163,7 +170,7 @@ TEST_F(PreferenceStoreTest, AnUnreadableFileIsLeftAloneUntilAWriteKeepsWhatCanBe
         EXPECT_TRUE(sink.lines().at(0).text.contains(path()));
         EXPECT_TRUE(sink.lines().at(0).text.contains(u"damaged ("_s + c.why));
         EXPECT_EQ(fileBytes(path()), c.damaged);
-        EXPECT_FALSE(QFile::exists(path() + u".corrupt"_s));
+        EXPECT_TRUE(damagedCopies().isEmpty());
 
         EXPECT_TRUE(store.setValue(u"new"_s, true, kDomain));
         ASSERT_TRUE(store.synchronize(kDomain));
@@ -171,8 +178,36 @@ TEST_F(PreferenceStoreTest, AnUnreadableFileIsLeftAloneUntilAWriteKeepsWhatCanBe
         expected.insert(u"new"_s, true);
         EXPECT_TRUE(PropertyList::isEqual(onDisk(), expected));
         EXPECT_TRUE(PropertyList::isEqual(store.values(kDomain), expected));
-        EXPECT_EQ(fileBytes(path() + u".corrupt"_s), c.damaged);
+        // Kept beside it, dated, and the log says where.
+        const QStringList copies = damagedCopies();
+        ASSERT_EQ(copies.size(), 1);
+        EXPECT_TRUE(
+            QRegularExpression(u"^com\\.kestrom\\.monitor\\.plist\\.damaged-\\d{8}-\\d{6}$"_s)
+                .match(copies.at(0))
+                .hasMatch())
+            << copies.at(0).toStdString();
+        EXPECT_EQ(fileBytes(folder() + u'/' + copies.at(0)), c.damaged);
         EXPECT_TRUE(PropertyList::isEqual(PreferenceStore(folder()).values(kDomain), expected));
-        EXPECT_EQ(sink.lines().size(), 1);
+        ASSERT_EQ(sink.lines().size(), 2);
+        EXPECT_TRUE(sink.lines().at(1).text.contains(copies.at(0)));
     }
+}
+
+TEST_F(PreferenceStoreTest, ADomainAnotherProcessWroteIsReadAgainAndNeverBlocksLaterFlushes)
+{
+    PreferenceStore reader(folder());
+    PreferenceStore other(folder());
+    other.setValue(u"KSUseSchedulerDaemon"_s, false, kDomain);
+    ASSERT_TRUE(other.synchronize(kDomain));
+    EXPECT_EQ(reader.value(u"KSUseSchedulerDaemon"_s, kDomain), QVariant(false));
+    other.setValue(u"KSUseSchedulerDaemon"_s, true, kDomain);
+    ASSERT_TRUE(other.synchronize(kDomain));
+    EXPECT_EQ(reader.value(u"KSUseSchedulerDaemon"_s, kDomain), QVariant(true)) << "not stale";
+
+    // A value no file can hold is refused, and the next good one still reaches the file.
+    EXPECT_FALSE(reader.setValue(u"note"_s, QString(u"a\0b"_s), kDomain));
+    EXPECT_FALSE(reader.setValue(u"note"_s, QString(QChar(0x1)), kDomain));
+    EXPECT_TRUE(reader.setValue(u"note"_s, u"good"_s, kDomain));
+    ASSERT_TRUE(reader.synchronize(kDomain));
+    EXPECT_EQ(onDisk().value(u"note"_s), QVariant(u"good"_s));
 }
