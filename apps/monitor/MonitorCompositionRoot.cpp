@@ -41,10 +41,19 @@ MonitorApplicationDelegate::Subsystems MonitorCompositionRoot::makeSubsystems() 
     subsystems.commandRequests =
         std::make_unique<SessionCommandRequests>(SessionCommandRequests::Parts{
             SessionCommandRequests::Switchboard::processHub(),
-            std::make_shared<LibsecretSecretStore>(), [](const QByteArray& data) {
+            std::make_shared<LibsecretSecretStore>(),
+            [](const QByteArray& data) -> SessionCommandRequests::Resolution {
                 const auto bookmark = BookmarkPath::fromBookmarkData(data);
-                return bookmark ? bookmark->resolveQuietly() : QUrl();
-            }});
+                if (!bookmark) {
+                    return {{}, QStringLiteral("the data is no bookmark")};
+                }
+                const QUrl url = bookmark->resolveQuietly();
+                if (url.isEmpty()) {
+                    return {{}, QStringLiteral("the file it records cannot be found")};
+                }
+                return {url, {}};
+            },
+            RepeatingTimer::mainThreadFactory()});
     subsystems.makeActivityWindow = [](MonitorApplicationDelegate& delegate,
                                        ActivityWindow::Factory factory) {
         return std::make_unique<MonitorActivityWindow>(delegate, std::move(factory));

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
+#include <sys/prctl.h>
 
 namespace {
 constexpr quint64 kApplicationCode = 4;
@@ -81,6 +82,9 @@ int main(int argc, char** argv)
     if (const std::optional<int> answered = answerWithoutDisplay(argc, argv)) {
         return *answered;
     }
+    // Passwords pass through this process: no core file and no other process of the user may
+    // read its memory.
+    ::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("kestrom-monitor"));
     QApplication::setApplicationDisplayName(QStringLiteral("Kestrom Activity Monitor"));

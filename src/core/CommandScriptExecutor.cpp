@@ -40,7 +40,8 @@ struct SpawnActions
 };
 
 // Spawns the child in a process group of its own, so that a cancel reaches whatever the
-// script started too, and nothing of it keeps the pipes open after it is stopped.
+// script started too. Signal dispositions and the mask are reset: the monitor's threads
+// ignore or block signals that a script's pipelines rely on.
 pid_t spawn(const QStringList& command, const QProcessEnvironment& environment, int outFd,
             int errFd)
 {
@@ -48,7 +49,15 @@ pid_t spawn(const QStringList& command, const QProcessEnvironment& environment, 
     posix_spawn_file_actions_addopen(&spawnActions.actions, 0, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_adddup2(&spawnActions.actions, outFd, 1);
     posix_spawn_file_actions_adddup2(&spawnActions.actions, errFd, 2);
-    posix_spawnattr_setflags(&spawnActions.attributes, POSIX_SPAWN_SETPGROUP);
+    sigset_t all;
+    sigfillset(&all);
+    sigset_t none;
+    sigemptyset(&none);
+    posix_spawnattr_setsigdefault(&spawnActions.attributes, &all);
+    posix_spawnattr_setsigmask(&spawnActions.attributes, &none);
+    posix_spawnattr_setflags(&spawnActions.attributes, POSIX_SPAWN_SETPGROUP |
+                                                           POSIX_SPAWN_SETSIGDEF |
+                                                           POSIX_SPAWN_SETSIGMASK);
     posix_spawnattr_setpgroup(&spawnActions.attributes, 0);
 
     std::vector<QByteArray> storage;
@@ -129,6 +138,8 @@ void CommandScriptExecutor::execute()
             return;
         }
     }
+    // The path is started as it was checked: after the check only the user or the super-user
+    // can change what it leads to.
     if (const std::optional<QString> reason = ScriptTrust::reasonNotToRun(m_scriptPath)) {
         const LogLine line =
             Logger::log(5, QStringLiteral("%1 not run: %2").arg(subject(m_scriptType), *reason));
@@ -159,6 +170,8 @@ void CommandScriptExecutor::launchAndWait()
         environmentForScript(QProcessEnvironment::systemEnvironment(), m_environment);
     TextPipeReader output;
     TextPipeReader errors;
+    output.setLimit(kKeptOutputBytes);
+    errors.setLimit(kKeptOutputBytes);
     if (output.writingEnd() < 0 || errors.writingEnd() < 0) {
         throw KSException::ioErrnoWithReason(QStringLiteral("cannot make a pipe for a script"));
     }
@@ -172,24 +185,29 @@ void CommandScriptExecutor::launchAndWait()
     const pid_t child = m_cmdscript;
     lock.unlock();
 
-    // Waits without reaping, so a cancel in the meantime still signals this child and never
-    // a stranger that was given its number.
+    // Waits without reaping, so a cancel meanwhile still signals this child's group and
+    // never a stranger that was given its number; the group lives on while something the
+    // script left behind holds the pipes, and a cancel ends that too.
     siginfo_t ended = {};
     while (::waitid(P_PID, id_t(child), &ended, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
     }
-    lock.lock();
+    // The lock is not held while the pipes drain, so a cancel never waits for them.
+    m_stdLines = output.lines();
+    m_errLines = errors.lines();
+    const quint64 dropped[] = {output.droppedBytes(), errors.droppedBytes()};
     int waitStatus = 0;
+    lock.lock();
     while (::waitpid(child, &waitStatus, 0) < 0 && errno == EINTR) {
     }
     m_cmdscript = -1;
-    m_stdLines = output.lines();
-    m_errLines = errors.lines();
+    lock.unlock();
     m_status = WIFEXITED(waitStatus) ? WEXITSTATUS(waitStatus) : WTERMSIG(waitStatus);
-    logOutcome(osaScript);
+    logOutcome(osaScript, dropped[0], dropped[1]);
+    lock.lock();
     setCondition(kFinished);
 }
 
-void CommandScriptExecutor::logOutcome(bool osaScript)
+void CommandScriptExecutor::logOutcome(bool osaScript, quint64 droppedOutput, quint64 droppedErrors)
 {
     const QString type = subject(m_scriptType);
     LogLine outcome;
@@ -218,6 +236,15 @@ void CommandScriptExecutor::logOutcome(bool osaScript)
     }
     for (const QString& line : m_errLines) {
         Logger::log(4, outcome, line);
+    }
+    for (const auto& [dropped, stream] :
+         {std::pair{droppedOutput, "output"}, std::pair{droppedErrors, "error output"}}) {
+        if (dropped > 0) {
+            Logger::log(7, outcome,
+                        QStringLiteral("%1 more bytes of %2 not kept")
+                            .arg(dropped)
+                            .arg(QLatin1String(stream)));
+        }
     }
     Logger::log(7, outcome, QStringLiteral("executable"), m_scriptPath);
 }

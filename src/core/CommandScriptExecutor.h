@@ -18,6 +18,8 @@ public:
     static constexpr qint32 kEpilog = 1;
     static inline const QString kDefaultPath = QStringLiteral("/usr/bin:/bin:/usr/sbin:/sbin");
     static inline const QString kLocalBin = QStringLiteral("/usr/local/bin");
+    // Output kept per stream for the log; the rest is read and dropped.
+    static constexpr quint64 kKeptOutputBytes = 256 * 1024;
 
     CommandScriptExecutor(QString scriptPath, qint32 scriptType);
     ~CommandScriptExecutor();
@@ -57,7 +59,7 @@ private:
     };
 
     void launchAndWait();
-    void logOutcome(bool osaScript);
+    void logOutcome(bool osaScript, quint64 droppedOutput, quint64 droppedErrors);
     void setCondition(Condition condition);
 
     QString m_scriptPath;

@@ -1,7 +1,7 @@
 #include "core/SessionCommandRequests.h"
 
 #include "core/CommandScriptExecutor.h"
-#include "core/UnboundedThreadPool.h"
+#include "core/WorkerPool.h"
 #include "foundation/MainQueue.h"
 #include "logging/Logger.h"
 #include "messaging/KSSwitchboardConnection.h"
@@ -22,12 +22,25 @@ QString orNull(const QString& text)
     return text.isNull() ? QStringLiteral("(null)") : text;
 }
 
-// Resolutions and scripts may block for minutes each, and a script blocks until its readers
-// end: a pool of their own that grows as they come, so none waits behind another.
+// Resolutions, scripts and keychain lookups may block for minutes each; none may block the
+// thread that delivered the request, nor wait behind another.
 QThreadPool& backgroundQueue()
 {
-    static QThreadPool* pool = makeUnboundedThreadPool();
-    return *pool;
+    return WorkerPool::shared();
+}
+
+// Overwrites the only copy, so the password does not linger in freed memory. The caller makes
+// sure nothing else shares the data any more.
+void wipe(QString& text)
+{
+    std::fill(text.begin(), text.end(), QChar(u'\0'));
+    text.clear();
+}
+
+void wipe(QByteArray& bytes)
+{
+    std::fill(bytes.begin(), bytes.end(), '\0');
+    bytes.clear();
 }
 
 // Strict: a password that is not valid UTF-8 is not guessed at.
@@ -139,17 +152,18 @@ void SessionCommandRequests::command(const QString& identifier, const QByteArray
                                     [this, identifier] { repositoryResolutionTime(identifier); });
     repositoryResolutionTime(identifier);
     backgroundQueue().start([state = m_state, timer, identifier, bookmark] {
-        const QUrl url = state->resolver ? state->resolver(bookmark) : QUrl();
+        const Resolution resolution = state->resolver ? state->resolver(bookmark) : Resolution{};
+        const QUrl& url = resolution.url;
         const QString path = url.isLocalFile() ? url.toLocalFile() : QString();
-        const bool resolved = !path.isEmpty() && QFileInfo::exists(path);
+        const bool resolved =
+            !path.isEmpty() && resolution.error.isNull() && QFileInfo::exists(path);
         if (!resolved) {
-            const QString error = url.isEmpty() ? QStringLiteral("the bookmark leads nowhere")
-                                                : QStringLiteral("no item at the path");
+            const QString& error = resolution.error;
             Logger::log(9, QStringLiteral("-[MonitorApplicationDelegate "
                                           "command:requestsResolutionOfRepository:]_block_invoke "
                                           "could not resolve repository reference for command "
                                           "%1, path=%2, error=%3")
-                               .arg(identifier, orNull(path), error));
+                               .arg(identifier, orNull(path), orNull(error)));
         }
         QVariantMap answer{{kCommandID, identifier},
                            {QStringLiteral("ResolutionStatus"),
@@ -174,22 +188,34 @@ void SessionCommandRequests::repositoryResolutionTime(const QString& identifier)
 void SessionCommandRequests::requestKeychainPasswordOfAccount(const QString& account,
                                                               const QString& identifier) const
 {
-    QVariantMap answer;
-    const SecretStore::Lookup found =
-        m_state->secrets ? m_state->secrets->genericPassword(kKeychainService, account)
-                         : SecretStore::Lookup{std::nullopt, SecretStore::kNotFound,
-                                               QStringLiteral("no keyring")};
-    if (!found.secret) {
-        Logger::log(9, QStringLiteral("-[MonitorApplicationDelegate "
-                                      "requestKeychainPasswordOfAccount:forCommand:] could not "
-                                      "retrieve password from keychain: account=%1, error=%2/%3")
-                           .arg(account)
-                           .arg(found.status)
-                           .arg(found.message));
-    } else if (const std::optional<QString> password = decodedPassword(*found.secret)) {
-        answer.insert(QStringLiteral("Account"), *password);
-    }
-    m_state->switchboard.post(QStringLiteral("KeychainPasswordResponse"), identifier, answer);
+    backgroundQueue().start([state = m_state, account, identifier] {
+        SecretStore::Lookup found = state->secrets
+                                        ? state->secrets->genericPassword(kKeychainService, account)
+                                        : SecretStore::Lookup{std::nullopt, SecretStore::kNotFound,
+                                                              QStringLiteral("no keyring")};
+        QVariantMap answer;
+        std::optional<QString> password;
+        if (!found.secret) {
+            Logger::log(9, QStringLiteral("-[MonitorApplicationDelegate "
+                                          "requestKeychainPasswordOfAccount:forCommand:] could "
+                                          "not retrieve password from keychain: account=%1, "
+                                          "error=%2/%3")
+                               .arg(account)
+                               .arg(found.status)
+                               .arg(found.message));
+        } else {
+            password = decodedPassword(*found.secret);
+            wipe(*found.secret);
+        }
+        if (password) {
+            answer.insert(QStringLiteral("Account"), *password);
+        }
+        state->switchboard.post(QStringLiteral("KeychainPasswordResponse"), identifier, answer);
+        answer.clear();
+        if (password) {
+            wipe(*password);
+        }
+    });
 }
 
 void SessionCommandRequests::runScript(quint32 type, const QString& path, const QString& identifier,
@@ -203,7 +229,8 @@ void SessionCommandRequests::runScript(quint32 type, const QString& path, const 
     m_state->switchboard.observe(observer, QStringLiteral("CancelCommandScript"),
                                  [executor, identifier](const QVariantMap& info) {
                                      if (info.value(kCommandID).toString() == identifier) {
-                                         executor->cancel();
+                                         backgroundQueue().start(
+                                             [executor] { executor->cancel(); });
                                      }
                                  });
     scriptStillRunningTime(identifier);

@@ -38,15 +38,20 @@ public:
         // The process's own connection to the hub.
         static Switchboard processHub();
     };
-    // A bookmark's current location; an empty URL when it cannot be found. May block.
-    using Resolver = std::function<QUrl(const QByteArray& bookmark)>;
+    // A bookmark's current location, or why it has none. May block.
+    struct Resolution
+    {
+        QUrl url;      // empty when the bookmark leads nowhere
+        QString error; // null when the resolution itself went well
+    };
+    using Resolver = std::function<Resolution(const QByteArray& bookmark)>;
 
     struct Parts
     {
         Switchboard switchboard;
         std::shared_ptr<SecretStore> secrets;
         Resolver resolver;
-        RepeatingTimer::Factory timers = RepeatingTimer::mainThreadFactory();
+        RepeatingTimer::Factory timers;
     };
 
     explicit SessionCommandRequests(Parts parts);
@@ -60,7 +65,7 @@ public:
     // Main thread.
     void command(const QString& identifier, const QByteArray& bookmark);
     void repositoryResolutionTime(const QString& identifier) const;
-    // Any thread; answers before it returns.
+    // Any thread; the lookup and the answer follow on the worker pool.
     void requestKeychainPasswordOfAccount(const QString& account, const QString& identifier) const;
     // Main thread.
     void runScript(quint32 type, const QString& path, const QString& identifier,

@@ -1,6 +1,6 @@
 #include "core/TextPipeReader.h"
 
-#include "core/UnboundedThreadPool.h"
+#include "core/WorkerPool.h"
 
 #include <QRegularExpression>
 #include <QStringDecoder>
@@ -12,14 +12,6 @@
 namespace {
 constexpr qsizetype kInitialCapacity = 1024;
 constexpr size_t kChunk = 4096;
-
-// Every reader must run while its child writes, or the child blocks on a full pipe and the
-// script never ends: readers get a pool of their own that never makes one wait for another.
-QThreadPool& readerPool()
-{
-    static QThreadPool* pool = makeUnboundedThreadPool();
-    return *pool;
-}
 } // namespace
 
 struct TextPipeReader::Shared
@@ -28,6 +20,7 @@ struct TextPipeReader::Shared
     std::condition_variable done;
     bool finished = false;
     QStringList lines;
+    quint64 dropped = 0;
 };
 
 TextPipeReader::TextPipeReader()
@@ -101,10 +94,13 @@ void TextPipeReader::startReading()
     const int fd = readingEnd();
     m_fds[0] = -1; // the job owns it from here
     const quint64 limit = m_limit;
-    readerPool().start([this, fd, limit, shared = m_shared] {
+    // Every reader must run while its child writes, or the child blocks on a full pipe; the
+    // pool never makes one job wait for another.
+    WorkerPool::shared().start([this, fd, limit, shared = m_shared] {
         QByteArray buffer;
         buffer.reserve(kInitialCapacity);
         char chunk[kChunk];
+        quint64 dropped = 0;
         while (fd >= 0) {
             const ssize_t got = ::read(fd, chunk, sizeof chunk);
             if (got < 0 && errno == EINTR) {
@@ -115,6 +111,8 @@ void TextPipeReader::startReading()
             }
             if (limit == 0 || quint64(buffer.size()) < limit) {
                 buffer.append(chunk, qsizetype(got));
+            } else {
+                dropped += quint64(got);
             }
         }
         if (fd >= 0) {
@@ -124,6 +122,7 @@ void TextPipeReader::startReading()
         QStringList lines = splitIntoLines(decode(buffer));
         std::lock_guard lock(shared->mutex);
         shared->lines = std::move(lines);
+        shared->dropped = dropped;
         shared->finished = true;
         shared->done.notify_all();
     });
@@ -137,4 +136,11 @@ QStringList TextPipeReader::lines()
     std::unique_lock lock(m_shared->mutex);
     m_shared->done.wait(lock, [this] { return m_shared->finished; });
     return m_shared->lines;
+}
+
+quint64 TextPipeReader::droppedBytes()
+{
+    lines();
+    std::lock_guard lock(m_shared->mutex);
+    return m_shared->dropped;
 }

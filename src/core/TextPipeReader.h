@@ -27,6 +27,8 @@ public:
     void startReading();
     // Waits until reading has finished.
     QStringList lines();
+    // Bytes read past the limit and not kept; waits like lines().
+    quint64 droppedBytes();
 
     // 0 means UTF-8; otherwise a QStringConverter::Encoding value plus one.
     unsigned encoding() const { return m_encoding; }

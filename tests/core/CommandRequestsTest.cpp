@@ -14,7 +14,9 @@
 #include <QSemaphore>
 #include <QTemporaryDir>
 #include <QTest>
+#include <csignal>
 #include <gtest/gtest.h>
+#include <thread>
 #include <unistd.h>
 
 using namespace std::chrono_literals;
@@ -67,7 +69,10 @@ protected:
             m_removed << observer;
         };
         m_requests = std::make_unique<SessionCommandRequests>(SessionCommandRequests::Parts{
-            board, m_secrets, [this](const QByteArray& bookmark) { return m_resolve(bookmark); },
+            board, m_secrets,
+            [this](const QByteArray& bookmark) {
+                return SessionCommandRequests::Resolution{m_resolve(bookmark), m_resolveError};
+            },
             m_timers.factory()});
     }
 
@@ -115,6 +120,7 @@ protected:
     QStringList m_removed;
     std::shared_ptr<FakeSecretStore> m_secrets = std::make_shared<FakeSecretStore>();
     std::function<QUrl(const QByteArray&)> m_resolve;
+    QString m_resolveError;
     ManualTimers m_timers;
     std::unique_ptr<SessionCommandRequests> m_requests;
 };
@@ -150,14 +156,19 @@ TEST_F(CommandRequestsTest, ResolutionAnswersSayWhetherThePathExists)
 {
     // What the reference resolves to; the status answered and whether a path comes with it.
     int serial = 0;
-    for (const auto& [resolved, status, hasPath] :
-         {std::tuple{QUrl::fromLocalFile(m_files.path()), 0u, true},
-          {QUrl::fromLocalFile(m_files.filePath(u"gone.stromi"_s)), 1u, true},
-          {QUrl(), 1u, false}}) {
+    // The error logged is the resolution's own; none when only the path is missing.
+    const QString gone = m_files.filePath(u"gone.stromi"_s);
+    for (const auto& [resolved, error, status, hasPath, logged] :
+         {std::tuple{QUrl::fromLocalFile(m_files.path()), QString(), 0u, true, QString()},
+          {QUrl::fromLocalFile(gone), QString(), 1u, true,
+           u"command r2, path="_s + gone + u", error=(null)"_s},
+          {QUrl(), u"volume offline"_s, 1u, false,
+           u"command r3, path=(null), error=volume offline"_s}}) {
         const QString id = u"r%1"_s.arg(++serial);
         m_resolve = [&](const QByteArray&) {
             return resolved;
         };
+        m_resolveError = error;
         m_requests->repositoryRequested(
             {{u"CommandID"_s, id}, {u"RepositoryBookmark"_s, QByteArray("x")}});
         ASSERT_TRUE(QTest::qWaitFor(
@@ -166,6 +177,7 @@ TEST_F(CommandRequestsTest, ResolutionAnswersSayWhetherThePathExists)
         EXPECT_EQ(final.info.value(u"CommandID"_s), id);
         EXPECT_EQ(final.info.value(u"ResolutionStatus"_s).toULongLong(), status) << serial;
         EXPECT_EQ(final.info.contains(u"RepositoryPath"_s), hasPath) << serial;
+        EXPECT_TRUE(logged.isNull() || log().contains(logged)) << logged.toStdString();
     }
     EXPECT_EQ(log().count(u"could not resolve repository reference"_s), 2);
 }
@@ -179,8 +191,11 @@ TEST_F(CommandRequestsTest, KeychainAnswersCarryThePasswordUnderAccountOrNothing
          {std::pair{u"anna"_s, QVariantMap{{u"Account"_s, u"p\u00e4ss-42"_s}}},
           {u"bytes"_s, QVariantMap()},
           {u"carl"_s, QVariantMap()}}) {
+        const qsizetype before = posts(u"KeychainPasswordResponse"_s).size();
         m_requests->keychainPasswordRequested(
             {{u"Account"_s, account}, {u"CommandID"_s, u"cmd.7"_s}});
+        ASSERT_TRUE(QTest::qWaitFor(
+            [&] { return posts(u"KeychainPasswordResponse"_s).size() > before; }, 30000));
         const Post post = posts(u"KeychainPasswordResponse"_s).last();
         EXPECT_EQ(post.source, u"cmd.7"_s);
         EXPECT_EQ(post.info, answer) << account.toStdString();
@@ -189,6 +204,26 @@ TEST_F(CommandRequestsTest, KeychainAnswersCarryThePasswordUnderAccountOrNothing
     EXPECT_EQ(lines.count(u"could not retrieve password from keychain"_s), 1);
     EXPECT_TRUE(lines.contains(u"account=carl, error=-1/"_s));
     EXPECT_FALSE(lines.contains(u"ss-42"_s));
+}
+
+TEST_F(CommandRequestsTest, ALockedKeyringNeverHoldsTheThreadThatDeliveredTheRequest)
+{
+    m_secrets->store(u"Kestrom"_s, u"anna"_s, "secret");
+    QSemaphore unlocked;
+    std::atomic<bool> answered = false;
+    // A keyring that asks the user: it stays locked for as long as 30 s, unless unlocked.
+    m_secrets->setGate([&] {
+        unlocked.tryAcquire(1, 30000);
+        answered = true;
+    });
+    m_requests->keychainPasswordRequested({{u"Account"_s, u"anna"_s}, {u"CommandID"_s, u"c9"_s}});
+    EXPECT_FALSE(answered) << "the request waited for the keyring";
+    EXPECT_TRUE(posts(u"KeychainPasswordResponse"_s).isEmpty());
+    unlocked.release();
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return !posts(u"KeychainPasswordResponse"_s).isEmpty(); }, 30000));
+    EXPECT_EQ(posts(u"KeychainPasswordResponse"_s).first().info,
+              (QVariantMap{{u"Account"_s, u"secret"_s}}));
 }
 
 TEST_F(CommandRequestsTest, OnlyACancelForItsOwnCommandStopsAScript)
@@ -223,8 +258,15 @@ TEST_F(CommandRequestsTest, OnlyACancelForItsOwnCommandStopsAScript)
 TEST_F(CommandRequestsTest, ScriptOutcomesAndTheirLogLines)
 {
     const QDir folder(m_files.path());
-    ASSERT_TRUE(folder.mkdir(u"open"_s));
-    QFile::setPermissions(folder.filePath(u"open"_s), QFile::Permissions(0x7777));
+    // Folders on the way to a script: writable by others, by the group, sticky, and a link to
+    // a safe folder that sits in a folder others can write to.
+    for (const auto& [name, mode] :
+         {std::pair{"open", 0777u}, {"shared", 0770u}, {"sticky", 01777u}, {"safe", 0700u}}) {
+        ASSERT_TRUE(folder.mkdir(QString::fromLatin1(name)));
+        ASSERT_EQ(::chmod(QFile::encodeName(folder.filePath(QString::fromLatin1(name))), mode), 0);
+    }
+    ASSERT_TRUE(folder.mkdir(u"shared/inner"_s));
+    ASSERT_TRUE(QFile::link(folder.filePath(u"safe"_s), folder.filePath(u"open/link"_s)));
     WTUserPreferences::sharedPreferences().setValue(u"/bin/sh"_s, u"KSOSAScriptTool"_s,
                                                     WTUserPreferences::kHelperDomain);
     const struct
@@ -243,30 +285,116 @@ TEST_F(CommandRequestsTest, ScriptOutcomesAndTheirLogLines)
         {"plain.sh", kRw, false, 0, "Prolog failed to launch"},
         {"shared.sh", kRwx | QFile::WriteGroup, false, 0,
          "shared.sh is writable by group or others"},
-        {"open/open.sh", kRwx, false, 0, "which others can write to"},
+        {"open/open.sh", kRwx, false, 0, "/open, which others can write to"},
+        {"shared/inner/deep.sh", kRwx, false, 0, "/shared, which others can write to"},
+        {"safe/linked.sh", kRwx, false, 0, "/open, which others can write to"},
+        {"sticky/fine.sh", kRwx, true, 0, "Prolog executed", "echo fine\n", "fine"},
         {"asked.scpt", kRw, true, 0, "error output appears to indicate a 'cancel' error",
          "echo 'User canceled. (-128)' >&2\n"},
+        // Whatever the monitor's threads ignore or block, a script starts with neither (of the
+        // 31 classic signals; the C library keeps two real-time ones for itself).
+        {"signals.sh", kRwx, true, 0, "Prolog executed",
+         "for f in SigBlk SigIgn; do\n"
+         "  v=$(awk -v f=$f: '$1 == f { print $2 }' /proc/self/status)\n"
+         "  echo $f $((0x$v & 0x7fffffff))\n"
+         "done\n",
+         "SigBlk 0|SigIgn 0"},
     };
+    struct sigaction ignored = {};
+    ignored.sa_handler = SIG_IGN;
+    struct sigaction before = {};
+    ::sigaction(SIGPIPE, &ignored, &before);
+    sigset_t blocked;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGUSR2);
+    ::pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
-        CommandScriptExecutor executor(
-            writeScript(folder, QString::fromLatin1(row.name), row.body, row.permissions),
-            CommandScriptExecutor::kProlog);
+        QString path =
+            writeScript(folder, QString::fromLatin1(row.name), row.body, row.permissions);
+        if (qstrcmp(row.name, "safe/linked.sh") == 0) {
+            path = folder.filePath(u"open/link/linked.sh"_s);
+        }
+        CommandScriptExecutor executor(path, CommandScriptExecutor::kProlog);
         executor.execute();
         EXPECT_EQ(executor.success(), row.success);
         EXPECT_EQ(executor.status(), row.status);
-        EXPECT_EQ(executor.outputLines().join(u'|'), QString::fromLatin1(row.output));
+        EXPECT_EQ(executor.outputLines().join(u'|').toStdString(), row.output);
         EXPECT_TRUE(log().contains(QLatin1String(row.logged)));
     }
+    ::pthread_sigmask(SIG_UNBLOCK, &blocked, nullptr);
+    ::sigaction(SIGPIPE, &before, nullptr);
     EXPECT_TRUE(log().contains(u"Warning oops"_s));
+
+    // 5 MB of output: 256 KiB is kept, give or take one read, and the rest is said to be left out.
+    CommandScriptExecutor loud(
+        writeScript(folder, u"loud.sh"_s, "head -c 5000000 /dev/zero | tr '\\0' x\n"),
+        CommandScriptExecutor::kEpilog);
+    loud.execute();
+    EXPECT_TRUE(loud.success());
+    ASSERT_EQ(loud.outputLines().size(), 1);
+    EXPECT_GE(loud.outputLines().first().size(), 262144);
+    EXPECT_LE(loud.outputLines().first().size(), 262144 + 4096);
+    EXPECT_TRUE(log().contains(u" more bytes of output not kept"_s));
+
     if (geteuid() == 0) {
+        // Tests run as root here: uid 65534 plays another user.
         const QString foreign = writeScript(folder, u"foreign.sh"_s, "exit 0\n");
         ASSERT_EQ(::chown(foreign.toLocal8Bit().constData(), 65534, 65534), 0);
-        CommandScriptExecutor executor(foreign, CommandScriptExecutor::kEpilog);
-        executor.execute();
-        EXPECT_FALSE(executor.success());
-        EXPECT_TRUE(log().contains(u"Epilog not run: "_s + foreign + u" belongs to uid 65534"_s));
+        ASSERT_TRUE(QFile::link(folder.filePath(u"ok.sh"_s), folder.filePath(u"sticky/theirs"_s)));
+        ASSERT_EQ(::lchown(QFile::encodeName(folder.filePath(u"sticky/theirs"_s)), 65534, 65534),
+                  0);
+        for (const QString& path : {foreign, folder.filePath(u"sticky/theirs"_s)}) {
+            CommandScriptExecutor executor(path, CommandScriptExecutor::kEpilog);
+            executor.execute();
+            EXPECT_FALSE(executor.success());
+            EXPECT_TRUE(log().contains(u"Epilog not run: "_s + path + u" belongs to uid 65534"_s));
+        }
     }
+}
+
+TEST_F(CommandRequestsTest, ACancelEndsWhatTheScriptLeftBehindAndNeverWaitsForItsPipes)
+{
+    const QDir folder(m_files.path());
+    // The script leaves a process behind that holds its output open, then ends.
+    CommandScriptExecutor executor(writeScript(folder, u"leaves.sh"_s,
+                                               "sleep 600 &\n"
+                                               "echo $! > \"$FOLDER/sleeper\"\n"
+                                               "echo $$ > \"$FOLDER/shell\"\n"),
+                                   CommandScriptExecutor::kProlog);
+    executor.setEnvironment({{u"FOLDER"_s, folder.path()}});
+    std::atomic<bool> executed = false;
+    std::thread running([&] {
+        executor.execute();
+        executed = true;
+    });
+    // The shell has ended (a zombie: the executor reaps it only once the pipes are drained).
+    const auto shellEnded = [&] {
+        QFile shell(folder.filePath(u"shell"_s));
+        if (!shell.open(QIODevice::ReadOnly)) {
+            return false;
+        }
+        QFile stat(u"/proc/%1/stat"_s.arg(QString::fromLatin1(shell.readAll().trimmed())));
+        return stat.open(QIODevice::ReadOnly) && stat.readAll().contains(") Z ");
+    };
+    ASSERT_TRUE(QTest::qWaitFor(shellEnded, 30000));
+    std::atomic<bool> cancelled = false;
+    std::thread cancelling([&] {
+        executor.cancel();
+        cancelled = true;
+    });
+    const bool cancelReturned = QTest::qWaitFor([&] { return cancelled.load(); }, 30000);
+    const bool executeReturned = QTest::qWaitFor([&] { return executed.load(); }, 30000);
+    if (!executeReturned) {
+        QFile sleeper(folder.filePath(u"sleeper"_s));
+        if (sleeper.open(QIODevice::ReadOnly)) {
+            ::kill(pid_t(sleeper.readAll().trimmed().toInt()), SIGKILL);
+        }
+    }
+    cancelling.join();
+    running.join();
+    EXPECT_TRUE(cancelReturned) << "the cancel waited for the pipes to drain";
+    EXPECT_TRUE(executeReturned) << "what the script left behind was not stopped";
 }
 
 TEST(CommandScriptExecutorTest, PathAlwaysHoldsUsrLocalBin)
@@ -289,15 +417,21 @@ TEST(CommandScriptExecutorTest, PathAlwaysHoldsUsrLocalBin)
     EXPECT_EQ(TextPipeReader::splitIntoLines(u"a\n\n   \nb"_s), (QStringList{u"a"_s, u"b"_s}));
 }
 
-TEST(PeerUserTest, OnlyThisUserAndTheSuperUserMayCall)
+TEST(PeerUserTest, OnlyThisUserAndTheSuperUserMayCallAndAnAnswerIsKeptPerPeer)
 {
     const QDBusConnection bus(u"unused"_s);
-    for (const auto& [uid, allowed] : {std::pair{std::optional<uint>(geteuid()), true},
-                                       {0u, true},
-                                       {4242u, false},
-                                       {std::nullopt, false}}) {
-        PeerUser::setLookup([&](const QDBusConnection&, const QString&) { return uid; });
-        EXPECT_EQ(PeerUser::mayCall(bus, u":1.99"_s), allowed) << testing::PrintToString(uid);
-    }
+    EXPECT_TRUE(PeerUser::allowsUid(geteuid()));
+    EXPECT_TRUE(PeerUser::allowsUid(0));
+    EXPECT_FALSE(PeerUser::allowsUid(4242));
+    int asked = 0;
+    PeerUser::setLookup([&](const QDBusConnection&, const QString& sender) {
+        ++asked;
+        return sender == u":1.99"_s ? std::optional<uint>(4242) : std::nullopt;
+    });
+    EXPECT_EQ(PeerUser::uidOf(bus, u":1.99"_s), 4242u);
+    EXPECT_EQ(PeerUser::uidOf(bus, u":1.99"_s), 4242u);
+    EXPECT_EQ(PeerUser::uidOf(bus, u":1.5"_s), std::nullopt);
+    EXPECT_EQ(PeerUser::uidOf(bus, u":1.5"_s), std::nullopt);
+    EXPECT_EQ(asked, 3) << "a known peer is asked once, an unknown one every time";
     PeerUser::setLookup({});
 }
