@@ -41,9 +41,6 @@ void SwitchboardHub::watchClient(const QString& client)
 
 void SwitchboardHub::publishEndpoint(const Endpoint& endpoint, const QString& identifier)
 {
-    if (refusesCaller("publishEndpoint")) {
-        return;
-    }
     if (identifier.isEmpty() || endpoint.isNone()) {
         Logger::log(4, QStringLiteral("-[SwitchboardHub publishEndpoint:forIdentifier:] ignored "
                                       "an empty name or endpoint from %1")
@@ -58,9 +55,6 @@ void SwitchboardHub::publishEndpoint(const Endpoint& endpoint, const QString& id
 
 void SwitchboardHub::redactEndpointForIdentifier(const QString& identifier)
 {
-    if (refusesCaller("redactEndpointForIdentifier")) {
-        return;
-    }
     redact(identifier);
 }
 
@@ -73,18 +67,12 @@ void SwitchboardHub::redact(const QString& identifier)
 
 Endpoint SwitchboardHub::queryEndpointForIdentifier(const QString& identifier)
 {
-    if (refusesCaller("queryEndpointForIdentifier")) {
-        return {};
-    }
     return m_endpoints.value(identifier).endpoint;
 }
 
 void SwitchboardHub::postNotificationName(const QString& name, const QString& source,
                                           const QByteArray& userInfo)
 {
-    if (refusesCaller("postNotificationName")) {
-        return;
-    }
     const QDBusConnection connection = MessagingThread::instance().connection();
     const QString interface =
         SwitchboardNames::interfaceName(QStringLiteral("SwitchboardSubscribing"));
@@ -113,18 +101,12 @@ void SwitchboardHub::announce(const QString& notification, const QString& identi
 
 void SwitchboardHub::setUser(uint userID)
 {
-    if (refusesCaller("setUser")) {
-        return;
-    }
     m_users.insert(sender(), userID);
 }
 
 void SwitchboardHub::addProxyObserver(const QString& observer, const QString& name,
                                       const QString& source)
 {
-    if (refusesCaller("addProxyObserver")) {
-        return;
-    }
     const QString client = sender();
     watchClient(client);
     m_observers[client].insert(observer, {name, source});
@@ -132,9 +114,6 @@ void SwitchboardHub::addProxyObserver(const QString& observer, const QString& na
 
 void SwitchboardHub::removeObserver(const QString& observer)
 {
-    if (refusesCaller("removeObserver")) {
-        return;
-    }
     const auto client = m_observers.find(sender());
     if (client != m_observers.end()) {
         client->remove(observer);
@@ -143,9 +122,6 @@ void SwitchboardHub::removeObserver(const QString& observer)
 
 void SwitchboardHub::removeAllObservers()
 {
-    if (refusesCaller("removeAllObservers")) {
-        return;
-    }
     m_observers.remove(sender());
 }
 

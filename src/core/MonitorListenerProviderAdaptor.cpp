@@ -3,7 +3,7 @@
 #include "core/MonitorServer.h"
 
 MonitorListenerProviderAdaptor::MonitorListenerProviderAdaptor(MonitorServer* server)
-    : QDBusAbstractAdaptor(server)
+    : GatedAdaptor(server)
     , m_server(server)
 {}
 

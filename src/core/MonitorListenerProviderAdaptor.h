@@ -1,12 +1,12 @@
 #pragma once
 
-#include <QDBusAbstractAdaptor>
+#include "messaging/GatedAdaptor.h"
 
 class MonitorServer;
 
 // com.kestrom.CommandListenerServiceProvider by hand: a generated adaptor cannot answer with
 // the two values of its reply.
-class MonitorListenerProviderAdaptor : public QDBusAbstractAdaptor
+class MonitorListenerProviderAdaptor : public GatedAdaptor
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "com.kestrom.CommandListenerServiceProvider")

@@ -49,57 +49,36 @@ MonitorServer::MonitorServer(MonitorApplicationDelegate* delegate)
 
 bool MonitorServer::queryCanMonitorCommandName(const QString& name)
 {
-    if (refusesCaller("queryCanMonitorCommandName")) {
-        return false;
-    }
     return MonitorApplicationDelegate::canMonitorCommandName(name);
 }
 
 void MonitorServer::orderMonitorWindowFront()
 {
-    if (refusesCaller("orderMonitorWindowFront")) {
-        return;
-    }
     MainQueue::dispatchMainAsync([this] { m_delegate->orderMonitorWindowFront(); });
 }
 
 void MonitorServer::orderMonitorWindowFrontIfVisible()
 {
-    if (refusesCaller("orderMonitorWindowFrontIfVisible")) {
-        return;
-    }
     MainQueue::dispatchMainAsync([this] { m_delegate->orderMonitorWindowFrontIfVisible(); });
 }
 
 void MonitorServer::orderStatusWindowFront()
 {
-    if (refusesCaller("orderStatusWindowFront")) {
-        return;
-    }
     MainQueue::dispatchMainAsync([this] { m_delegate->orderStatusWindowFront(); });
 }
 
 bool MonitorServer::queryStatusWindowHasStatus()
 {
-    if (refusesCaller("queryStatusWindowHasStatus")) {
-        return false;
-    }
     return m_delegate->statusWindowHasStatus();
 }
 
 void MonitorServer::refreshRecentRepositoryCache()
 {
-    if (refusesCaller("refreshRecentRepositoryCache")) {
-        return;
-    }
     MainQueue::dispatchMainAsync([this] { m_delegate->refreshRecentRepositoryCache(); });
 }
 
 QByteArray MonitorServer::queryRecentlyCapturedRepositoriesWithReply()
 {
-    if (refusesCaller("queryRecentlyCapturedRepositoriesWithReply")) {
-        return {};
-    }
     replyFromMainThread(
         [this] { return QVariantList{m_delegate->recentlyCapturedRepositories()}; });
     return {};
@@ -107,9 +86,6 @@ QByteArray MonitorServer::queryRecentlyCapturedRepositoriesWithReply()
 
 QByteArray MonitorServer::queryRepositoriesForItems(const QByteArray& items)
 {
-    if (refusesCaller("queryRepositoriesForItems")) {
-        return {};
-    }
     replyFromMainThread(
         [this, items] { return QVariantList{m_delegate->repositoriesForItems(items)}; });
     return {};
@@ -117,50 +93,32 @@ QByteArray MonitorServer::queryRepositoriesForItems(const QByteArray& items)
 
 void MonitorServer::setUserNotificationForType(int type, bool enabled)
 {
-    if (refusesCaller("setUserNotificationForType")) {
-        return;
-    }
     m_delegate->setUserNotificationForType(type, enabled);
 }
 
 bool MonitorServer::queryEnabledUserNotificationForType(int type)
 {
-    if (refusesCaller("queryEnabledUserNotificationForType")) {
-        return false;
-    }
     return m_delegate->enabledUserNotificationForType(type);
 }
 
 QString MonitorServer::queryComponentVersionWithReply()
 {
-    if (refusesCaller("queryComponentVersionWithReply")) {
-        return {};
-    }
     return MonitorApplicationDelegate::kComponentVersion;
 }
 
 uint MonitorServer::queryBuildNumberWithReply()
 {
-    if (refusesCaller("queryBuildNumberWithReply")) {
-        return 0;
-    }
     return MonitorApplicationDelegate::kBuildNumber;
 }
 
 QByteArray MonitorServer::queryComponentPreferenceForKey(const QString& key)
 {
-    if (refusesCaller("queryComponentPreferenceForKey")) {
-        return {};
-    }
     const QVariant value = m_delegate->componentPreferenceForKey(key);
     return value.isValid() ? KeyedArchive::archivedData(value) : QByteArray();
 }
 
 bool MonitorServer::setComponentPreferenceValue(const QByteArray& data, const QString& key)
 {
-    if (refusesCaller("setComponentPreferenceValue")) {
-        return false;
-    }
     const QVariant value = decodeOrNothing(data, "preference value");
     // Empty data removes the setting; data that is not a value must not.
     if (!data.isEmpty() && !value.isValid()) {
@@ -179,9 +137,6 @@ bool MonitorServer::setComponentPreferenceValue(const QByteArray& data, const QS
 void MonitorServer::queryListenerForCommandIdentifier(const QString& identifier,
                                                       const QByteArray& info)
 {
-    if (refusesCaller("queryListenerForCommandIdentifier")) {
-        return;
-    }
     QVariantMap details;
     try {
         details = SerializableDictionaryAdditions::dictionaryFromArchive(info);

@@ -16,9 +16,6 @@ ServedObject::ServedObject(QObject* parent)
 
 void ServedObject::barrierWithCompletion()
 {
-    if (refusesCaller("barrierWithCompletion")) {
-        return;
-    }
     if (m_barrierOnMainThread && calledFromDBus()) {
         replyFromMainThread([] { return QVariantList(); });
     }

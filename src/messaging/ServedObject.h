@@ -24,11 +24,13 @@ protected:
     // thread waiting for it: the reply carries the values the work returns. Call it from an
     // incoming call only; the caller's own return value is then ignored.
     void replyFromMainThread(std::function<QVariantList()> work);
-    // Only peers of this user (or the super-user the privileged commands run as) are served:
-    // a call from anyone else is answered with an access error and one log line. True when
-    // the call being handled was refused; then the handler does nothing more.
-    bool refusesCaller(const char* member);
 
 private:
+    friend class GatedAdaptor;
+    // Only peers of this user (or the super-user the privileged commands run as) are served:
+    // a call from anyone else is answered with an access error and one log line. True when
+    // the call being handled was refused. Asked by the adaptors' gate before every member.
+    bool refusesCaller(const char* member);
+
     bool m_barrierOnMainThread = false;
 };

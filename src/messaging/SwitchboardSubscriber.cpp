@@ -51,9 +51,6 @@ void SwitchboardSubscriber::reregisterObserversWithSwitchboard(const RemoteProxy
 void SwitchboardSubscriber::forwardToObserver(const QString& observerID, const QString& name,
                                               const QString& source, const QByteArray& info)
 {
-    if (refusesCaller("forwardToObserver")) {
-        return;
-    }
     Block block;
     {
         QMutexLocker locker(&m_mutex);

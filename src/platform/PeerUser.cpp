@@ -62,12 +62,6 @@ std::optional<uint> PeerUser::uidOf(const QDBusConnection& bus, const QString& s
     return uid;
 }
 
-bool PeerUser::mayCall(const QDBusConnection& bus, const QString& sender)
-{
-    const std::optional<uint> uid = uidOf(bus, sender);
-    return uid && allowsUid(*uid);
-}
-
 void PeerUser::setLookup(Lookup lookup)
 {
     Remembered& table = remembered();

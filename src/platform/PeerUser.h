@@ -15,10 +15,9 @@ public:
     using Lookup =
         std::function<std::optional<uint>(const QDBusConnection& bus, const QString& sender)>;
 
+    static bool allowsUid(uint uid);
     // Any thread. A peer's answer is kept for the life of its unique name, which the bus never
     // gives out twice.
-    static bool mayCall(const QDBusConnection& bus, const QString& sender);
-    static bool allowsUid(uint uid);
     static std::optional<uint> uidOf(const QDBusConnection& bus, const QString& sender);
 
     // Tests play peers of other users; an empty lookup restores the bus's.

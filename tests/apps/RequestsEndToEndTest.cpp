@@ -1,4 +1,5 @@
 #include "MonitorProcessFixture.h"
+#include "foundation/KeyedArchive.h"
 #include "references/BookmarkPath.h"
 
 #include <QDBusConnection>
@@ -184,7 +185,19 @@ TEST_F(RequestsEndToEndTest, PeersOfAnotherUserAreRefused)
               u"com.kestrom.KSComponentInstalling.queryComponentVersionWithReply"_s);
     EXPECT_TRUE(monitor.contains(u"AccessDenied"_s)) << monitor.toStdString();
     EXPECT_FALSE(monitor.contains(u"Monitor-2.2.5.12"_s));
-    EXPECT_EQ(logLinesContaining(u"a peer of uid 65534"_s), 2);
+    // A command's listener object passes the same gate as every other object.
+    auto served = ctl(words("serve test.foreign"));
+    ASSERT_TRUE(served->waitForOutput(u"serving"_s));
+    const auto listener = qdbus_cast<Endpoint>(
+        ask(u"com.kestrom.CommandListenerServiceProvider"_s, u"queryListenerForCommandIdentifier"_s,
+            {u"test.foreign"_s, KeyedArchive::archivedData(QVariantMap{{u"name"_s, u"verify"_s}})})
+            .arguments()
+            .value(0));
+    ASSERT_FALSE(listener.isNone());
+    const QString started = knock(listener.service(), listener.path(),
+                                  u"com.kestrom.CommandListenerMessaging.commandStarted"_s);
+    EXPECT_TRUE(started.contains(u"AccessDenied"_s)) << started.toStdString();
+    EXPECT_EQ(logLinesContaining(u"a peer of uid 65534"_s), 3);
 }
 
 TEST_F(RequestsEndToEndTest, BookmarksOfMovedArchivesResolveAndOfDeletedOnesDoNot)
