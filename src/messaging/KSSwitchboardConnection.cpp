@@ -81,9 +81,18 @@ void KSSwitchboardConnection::setupProxy(const std::shared_ptr<RemoteProxy>& pro
 // process says to the hub that next owns the same name.
 void KSSwitchboardConnection::disconnectInternal(const Candidate& dropped)
 {
-    dropped->remoteObjectProxy({})->send(privateInterface(), QStringLiteral("removeAllObservers"),
-                                         {});
+    forgetObserversAt(dropped);
     KSMachServiceConnection::disconnectInternal(dropped);
+}
+
+// Only a hub that runs has observers to forget: a hub started by the message itself would
+// just stay behind with none.
+void KSSwitchboardConnection::forgetObserversAt(const Candidate& hub)
+{
+    if (hub) {
+        hub->remoteObjectProxy({})->send(privateInterface(), QStringLiteral("removeAllObservers"),
+                                         {}, RemoteProxy::Activation::Never);
+    }
 }
 
 void KSSwitchboardConnection::sendPrivate(const QString& member, const QVariantList& arguments)
@@ -125,7 +134,7 @@ void KSSwitchboardConnection::removeObserversWithPrefix(const QString& prefix)
 void KSSwitchboardConnection::removeAllObservers()
 {
     m_subscriber->removeAllLocalObservers();
-    sendPrivate(QStringLiteral("removeAllObservers"), {});
+    forgetObserversAt(currentConnection());
 }
 
 void KSSwitchboardConnection::addObserverWhenName(const QString& observer,

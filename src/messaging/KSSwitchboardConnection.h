@@ -44,6 +44,7 @@ protected:
     void disconnectInternal(const Candidate& dropped) override;
 
 private:
+    void forgetObserversAt(const Candidate& hub);
     void sendPrivate(const QString& member, const QVariantList& arguments);
 
     SwitchboardSubscriber* m_subscriber;

@@ -83,13 +83,15 @@ QDBusMessage RemoteProxy::message(const QString& interface, const QString& membe
 }
 
 void RemoteProxy::send(const QString& interface, const QString& member,
-                       const QVariantList& arguments) const
+                       const QVariantList& arguments, Activation activation) const
 {
     if (refused()) {
         return;
     }
+    QDBusMessage call = message(interface, member, arguments);
+    call.setAutoStartService(activation == Activation::Allowed);
     // A method call handed to send() goes out with no reply expected.
-    if (!m_connection.send(message(interface, member, arguments)) && m_errorHandler) {
+    if (!m_connection.send(call) && m_errorHandler) {
         reportLater(m_errorHandler, notSent(m_connection));
     }
 }

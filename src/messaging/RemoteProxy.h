@@ -27,8 +27,16 @@ public:
     const QString& service() const { return m_service; }
     const QString& path() const { return m_path; }
 
+    // Whether a message to a name nobody owns may start its owner through bus activation.
+    enum class Activation
+    {
+        Allowed,
+        Never
+    };
+
     // One-way: sent with no reply expected; never blocks.
-    void send(const QString& interface, const QString& member, const QVariantList& arguments) const;
+    void send(const QString& interface, const QString& member, const QVariantList& arguments,
+              Activation activation = Activation::Allowed) const;
     // With a reply; never blocks. A negative timeout is the bus default.
     void call(const QString& interface, const QString& member, const QVariantList& arguments,
               ReplyHandler onReply, int timeoutMs = -1) const;

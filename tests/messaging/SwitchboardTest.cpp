@@ -6,6 +6,7 @@
 #include "support/PrivateBus.h"
 
 #include <QDBusMessage>
+#include <QDir>
 #include <QThread>
 #include <atomic>
 #include <functional>
@@ -189,6 +190,34 @@ TEST_F(SwitchboardTest, AfterTheHubRestartsObserversAndPublicationsComeBackByThe
     EXPECT_EQ(KSPublishedConnection::lookUpEndpoint(u"test.vendor"_s), vendor.endpoint());
     ASSERT_TRUE(post({u"test.Again"_s}));
     EXPECT_TRUE(QTest::qWaitFor([&] { return received.count == 1; }, 30000));
+}
+
+TEST_F(SwitchboardTest, ObserversAreForgottenAtExitOnlyByAHubThatRunsNeverByOneStartedForIt)
+{
+    Received received;
+    const auto switchboard = KSConnection::switchboardConnection();
+    switchboard->addObserver(u"test.exit"_s, u"test.Exit"_s, received.block());
+    ASSERT_TRUE(switchboard->ping());
+    // From here the bus starts a "hub" on demand that only leaves a mark.
+    const QString mark = m_stateHome.filePath(u"activated"_s);
+    QFile service(QDir(PrivateBus::serviceFolder()).filePath(u"hub.service"_s));
+    ASSERT_TRUE(service.open(QIODevice::WriteOnly));
+    service.write("[D-BUS Service]\nName=" +
+                  SwitchboardNames::busName(SwitchboardNames::perUserServiceName()).toUtf8() +
+                  "\nExec=/bin/touch " + mark.toUtf8() + "\n");
+    service.close();
+    const QDBusMessage reload = MessagingThread::instance().connection().call(
+        QDBusMessage::createMethodCall(u"org.freedesktop.DBus"_s, u"/org/freedesktop/DBus"_s,
+                                       u"org.freedesktop.DBus"_s, u"ReloadConfig"_s));
+    ASSERT_EQ(reload.type(), QDBusMessage::ReplyMessage) << reload.errorMessage().toStdString();
+    killHub();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !switchboard->connected(); }, 30000));
+
+    switchboard->removeAllObservers();
+    EXPECT_FALSE(QFile::exists(mark)) << "a hub was started only to be told to forget";
+    // The bus does start it for anything else: the check above could have seen it.
+    switchboard->ping();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return QFile::exists(mark); }, 30000));
 }
 
 TEST_F(SwitchboardTest, AStaleKnownEndpointGivesWayToTheLiveOneWithoutALogLine)

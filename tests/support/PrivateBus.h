@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QDir>
 #include <QProcess>
+#include <QTemporaryDir>
 #include <gtest/gtest.h>
 
 // A session bus of the test process's own, so tests that run side by side (ctest -j) never see
@@ -11,6 +13,12 @@ class PrivateBus : public ::testing::Environment
 public:
     void SetUp() override
     {
+        // Its own folder of activatable services, so a test that adds one affects no other bus.
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("XDG_DATA_HOME"), m_data.path());
+        QDir(m_data.path()).mkpath(QStringLiteral("dbus-1/services"));
+        s_serviceFolder = m_data.filePath(QStringLiteral("dbus-1/services"));
+        m_daemon.setProcessEnvironment(environment);
         m_daemon.start(QStringLiteral("dbus-daemon"),
                        {QStringLiteral("--session"), QStringLiteral("--nofork"),
                         QStringLiteral("--print-address=1")});
@@ -30,7 +38,11 @@ public:
     }
 
     static void use() { ::testing::AddGlobalTestEnvironment(new PrivateBus); }
+    // Where a .service file makes a name activatable on this bus (after ReloadConfig).
+    static QString serviceFolder() { return s_serviceFolder; }
 
 private:
+    QTemporaryDir m_data;
     QProcess m_daemon;
+    static inline QString s_serviceFolder;
 };
