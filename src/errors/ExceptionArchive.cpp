@@ -59,7 +59,8 @@ std::unique_ptr<Exception> ExceptionArchive::exceptionFromData(const QByteArray&
         return nullptr;
     }
     registerArchivableClasses();
-    const QVariant root = KeyedArchive::unarchiveObjectWithData(data);
+    // A peer's own exception class keeps its name, reason and details as a plain exception.
+    const QVariant root = KeyedArchive::unarchiveObjectWithData(data, QStringLiteral("Exception"));
     auto decoded = Exception::fromVariant(root);
     if (!decoded) {
         const QString className = KeyedArchive::classNameOf(root);

@@ -296,6 +296,25 @@ QVariant KeyedArchive::unarchiveObjectWithData(const QByteArray& data)
     return decodeValue(parseRoot(data), {}, false, 0);
 }
 
+bool KeyedArchive::isArchivedNil(const QByteArray& data)
+{
+    return data == QCborValue(QCborValue::Null).toCbor();
+}
+
+QVariant KeyedArchive::unarchiveObjectWithData(const QByteArray& data, const QString& unknownRootAs)
+{
+    QCborValue root = parseRoot(data);
+    if (root.isTag() && root.tag() == kObjectTag) {
+        QCborArray pair = root.taggedValue().toArray();
+        if (pair.size() == 2 && pair.at(0).isString() &&
+            !Registry::instance().byName(pair.at(0).toString())) {
+            pair[0] = unknownRootAs;
+            root = QCborValue(kObjectTag, pair);
+        }
+    }
+    return decodeValue(root, {}, false, 0);
+}
+
 QVariant KeyedArchive::decodeValue(const QCborValue& value, const QSet<QString>& allowed,
                                    bool secure, int depth)
 {

@@ -60,6 +60,11 @@ public:
     static QVariant unarchivedObject(const QByteArray& data, const QSet<QString>& allowed);
     // Decodes allowing every registered class and every property-list kind.
     static QVariant unarchiveObjectWithData(const QByteArray& data);
+    // Whether the bytes are an archive of nil, without decoding anything else.
+    static bool isArchivedNil(const QByteArray& data);
+    // The same, except that a root object of a class this process does not know is decoded as
+    // the given class: a peer's subclass still yields what its base class holds.
+    static QVariant unarchiveObjectWithData(const QByteArray& data, const QString& unknownRootAs);
 
 private:
     friend class KeyedDecoder;

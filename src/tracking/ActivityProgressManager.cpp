@@ -1,6 +1,7 @@
 #include "tracking/ActivityProgressManager.h"
 
 #include "exception/KSException.h"
+#include "foundation/KeyedArchive.h"
 #include "foundation/MainQueue.h"
 #include "foundation/NotificationCenter.h"
 #include "logging/Logger.h"
@@ -157,9 +158,14 @@ void ActivityProgressManager::fetchRepositoryRef()
                 .value(0)
                 .toBool();
         if (supported) {
-            m_repositoryRef = askCommand({{QStringLiteral("queryRepositoryRefWithReply"), {}}})
-                                  .value(0)
-                                  .toByteArray();
+            const QByteArray reference =
+                askCommand({{QStringLiteral("queryRepositoryRefWithReply"), {}}})
+                    .value(0)
+                    .toByteArray();
+            // An archived nil is no reference: kept, it would offer to repair nothing.
+            if (!KeyedArchive::isArchivedNil(reference)) {
+                m_repositoryRef = reference;
+            }
         }
     } catch (const KSException& failure) {
         // The connection names the command without asking it, which has just failed to answer.

@@ -1,6 +1,6 @@
 #include "tracking/CommandProxy.h"
 
-#include <stdexcept>
+#include "exception/KSException.h"
 
 CommandProxy::CommandProxy(RemoteProxy proxy, CommandInterface interface)
     : m_proxy(std::move(proxy))
@@ -11,9 +11,11 @@ QString CommandProxy::interfaceFor(const QString& member) const
 {
     const QString name = m_interface.interfaceNameFor(member);
     if (name.isEmpty()) {
-        // A message the command's protocol lacks is a mistake of this program, not of the peer.
-        throw std::logic_error("no protocol of " + m_interface.protocol().toStdString() +
-                               " declares " + member.toStdString());
+        // The protocol follows the name the command gave itself, so a peer can bring this
+        // about: it fails like any other exchange with the command, never as an assertion.
+        throw KSException(QStringLiteral("IPC"),
+                          QStringLiteral("%1 is not part of the command's protocol %2")
+                              .arg(member, m_interface.protocol()));
     }
     return name;
 }

@@ -56,6 +56,11 @@ QImage IconUtilities::imageFromRGBAData(const QByteArray& data)
     return image;
 }
 
+bool IconUtilities::isRGBAData(const QByteArray& data)
+{
+    return sideForLength(data.size()) != 0;
+}
+
 qint64 IconUtilities::systemIconIndexForCode(qint64 code)
 {
     return (code == 0 ? kDefaultSystemIconCode : code) + kSystemIconIndexOffset;
@@ -64,7 +69,8 @@ qint64 IconUtilities::systemIconIndexForCode(qint64 code)
 QImage IconUtilities::imageForIconValue(const QVariant& value)
 {
     if (value.typeId() == QMetaType::QByteArray) {
-        return imageFromRGBAData(value.toByteArray());
+        const QByteArray data = value.toByteArray();
+        return isRGBAData(data) ? imageFromRGBAData(data) : QImage();
     }
     if (!isNumber(value)) {
         return {};

@@ -16,7 +16,10 @@ public:
     // 16, 32, 64 or 128 pixels square, 4 bytes per pixel. Any other length is a programming
     // error of the sender: std::logic_error.
     static QImage imageFromRGBAData(const QByteArray& data);
+    // Whether a peer's data has one of those lengths; anything else is refused where it arrives.
+    static bool isRGBAData(const QByteArray& data);
     static qint64 systemIconIndexForCode(qint64 code);
-    // Data or a number as received under "icon"; a null image for anything else.
+    // Data or a number as received under "icon"; a null image for anything else, data of a
+    // wrong length included.
     static QImage imageForIconValue(const QVariant& value);
 };

@@ -275,7 +275,15 @@ void ProgressManager::interpretProgress(const QVariantMap& progress)
     }
 
     const QVariant icon = presentValue(progress, kIcon);
-    if (icon.isValid()) {
+    if (icon.typeId() == QMetaType::QByteArray && !IconUtilities::isRGBAData(icon.toByteArray())) {
+        // A peer's bad icon is dropped here, once logged, and the pane is drawn without it.
+        if (!m_badIconLogged) {
+            m_badIconLogged = true;
+            Logger::log(4, QStringLiteral("A command sent an icon of %1 bytes, which is no square "
+                                          "of 16, 32, 64 or 128 pixels; it is not shown")
+                               .arg(icon.toByteArray().size()));
+        }
+    } else if (icon.isValid()) {
         setAltDescriptionIconValue(icon);
     }
 

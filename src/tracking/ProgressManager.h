@@ -116,6 +116,7 @@ private:
     QString m_displayTitle = QStringLiteral("");
     QVariant m_altDescriptionIcon;
     QImage m_altIconImage;
+    bool m_badIconLogged = false;
     bool m_commandPaused = false;
     QString m_saveRunningDescription;
     qint64 m_runTime = 0;

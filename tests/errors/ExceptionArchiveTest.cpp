@@ -67,22 +67,33 @@ TEST(ExceptionWireForm, AForeignExceptionKeepsItsClass)
     EXPECT_EQ(KSException::preferredLogClassForException(*decoded), 5);
 }
 
-TEST(ExceptionWireForm, APeerBuiltArchiveDecodes)
+TEST(ExceptionWireForm, APeerBuiltArchiveDecodesAndAClassUnknownHereKeepsWhatItSaid)
 {
     // What a peer in any language writes: tag 27 around the class name and the three keys.
-    const QCborValue peer(
-        QCborTag(27),
-        QCborArray{QStringLiteral("KSException"),
-                   QCborMap{{QStringLiteral("name"), QStringLiteral("Cancel")},
-                            {QStringLiteral("reason"), QStringLiteral("user stopped it")},
-                            {QStringLiteral("userInfo"),
-                             QCborMap{{QStringLiteral(".Explain"), QStringLiteral("Stopped.")},
-                                      {QStringLiteral("POSIXErr"), 89}}}}});
-    const auto decoded = ExceptionArchive::exceptionFromData(peer.toCbor());
-    ASSERT_NE(decoded, nullptr);
-    ASSERT_NE(decoded->asKSException(), nullptr);
-    EXPECT_EQ(decoded->asKSException()->preferredLogClass(), 3);
-    EXPECT_EQ(decoded->userInfo().value(QStringLiteral("POSIXErr")).toInt(), 89);
+    for (const QString& className :
+         {QStringLiteral("KSException"), QStringLiteral("KSTapeException")}) {
+        const QCborValue peer(
+            QCborTag(27),
+            QCborArray{className,
+                       QCborMap{{QStringLiteral("name"), QStringLiteral("Cancel")},
+                                {QStringLiteral("reason"), QStringLiteral("user stopped it")},
+                                {QStringLiteral("userInfo"),
+                                 QCborMap{{QStringLiteral(".Explain"), QStringLiteral("Stopped.")},
+                                          {QStringLiteral("POSIXErr"), 89}}}}});
+        const auto decoded = ExceptionArchive::exceptionFromData(peer.toCbor());
+        ASSERT_NE(decoded, nullptr) << className.toStdString();
+        EXPECT_EQ(decoded->name(), QStringLiteral("Cancel"));
+        EXPECT_EQ(decoded->reason(), QStringLiteral("user stopped it"));
+        EXPECT_EQ(decoded->userInfo().value(QStringLiteral("POSIXErr")).toInt(), 89);
+        EXPECT_EQ(decoded->asKSException() != nullptr, className == QStringLiteral("KSException"));
+    }
+    const auto known = ExceptionArchive::exceptionFromData(
+        QCborValue(QCborTag(27),
+                   QCborArray{QStringLiteral("KSException"),
+                              QCborMap{{QStringLiteral("name"), QStringLiteral("Cancel")}}})
+            .toCbor());
+    ASSERT_NE(known, nullptr);
+    EXPECT_EQ(known->asKSException()->preferredLogClass(), 3);
 }
 
 TEST(ExceptionWireForm, NoDataIsNoException)

@@ -392,6 +392,13 @@ TEST_F(ActivityProgressTest, LiveStatusIsAskedOnceUntilTheNextMessageAndReschedu
     plain->commandDidStart();
     EXPECT_TRUE(plain->repositoryRef().isEmpty());
     EXPECT_EQ(m_command->count(u"queryRepositoryRefWithReply"_s), 1) << "only the first asked";
+    answers.supportsRepositoryRef = true;
+    answers.repositoryRef = QByteArray("\xf6", 1); // an archived nil
+    m_command->setAnswers(answers);
+    const auto none = connectedManager(u"cap-none"_s);
+    none->commandDidStart();
+    EXPECT_EQ(m_command->count(u"queryRepositoryRefWithReply"_s), 2);
+    EXPECT_TRUE(none->repositoryRef().isNull()) << "nil stays nil";
     EXPECT_TRUE(plain->liveStatus().canCancel);
     EXPECT_FALSE(plain->liveStatus().canReschedule);
     EXPECT_EQ(m_pane->actionID(), QString());

@@ -1,5 +1,6 @@
 #include "tracking/ProgressManager.h"
 
+#include "RecordingLogger.h"
 #include "tracking/IconUtilities.h"
 #include "tracking/ProgressServices.h"
 
@@ -155,6 +156,24 @@ TEST(IconTest, RGBADataOfTheFourSizesBecomesASquareImageAndOtherLengthsAreRefuse
     }
     EXPECT_THROW(IconUtilities::imageFromRGBAData(QByteArray()), std::logic_error);
     EXPECT_THROW(IconUtilities::imageFromRGBAData(QByteArray(4 * 48 * 48, '\0')), std::logic_error);
+
+    // From a peer, a wrong length is dropped where it arrives: the pane shows the alternate
+    // text without an icon, and nothing reaches the check above.
+    const auto log = RecordingLogger::install();
+    auto manager = std::make_shared<ProgressManager>();
+    manager->commandProgressDidUpdate({{u"icon"_s, iconPixels(16)}});
+    for (int round = 0; round < 2; ++round) {
+        manager->commandProgressDidUpdate(
+            {{u"icon"_s, QByteArray(1000, '\x7f')}, {u"alt"_s, true}, {u"item"_s, u"a.raw"_s}});
+    }
+    EXPECT_EQ(manager->altDescriptionIconValue(), QVariant(iconPixels(16)));
+    EXPECT_EQ(log->classesOf(u"sent an icon of 1000 bytes"_s), QList<int>{4});
+    auto fresh = std::make_shared<ProgressManager>();
+    fresh->commandProgressDidUpdate(
+        {{u"icon"_s, QByteArray(1000, '\x7f')}, {u"alt"_s, true}, {u"item"_s, u"x"_s}});
+    EXPECT_NO_THROW(EXPECT_TRUE(fresh->altDescriptionIcon().isNull()));
+    EXPECT_NO_THROW(EXPECT_TRUE(IconUtilities::imageForIconValue(QByteArray(3, 'x')).isNull()));
+    Logger::releaseDefaultLogger();
 }
 
 TEST(IconTest, ASystemIconNumberIsLookedUpOnceUntilTheValueChanges)
