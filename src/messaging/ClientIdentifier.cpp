@@ -1,5 +1,6 @@
 #include "messaging/ClientIdentifier.h"
 
+#include "exception/KSException.h"
 #include "foundation/KeyedArchive.h"
 #include "foundation/KeyedDecoder.h"
 
@@ -9,6 +10,45 @@ ClientIdentifier::ClientIdentifier(QString name, quint32 serialNumber)
     : m_name(std::move(name))
     , m_number(serialNumber)
 {}
+
+namespace {
+constexpr quint8 kStringValue = 0x01;
+constexpr qsizetype kStringValueHeader = 1 + 4;
+constexpr qsizetype kNumberSize = 4;
+} // namespace
+
+void ClientIdentifier::assembleContents(QDataStream& out) const
+{
+    out.setByteOrder(QDataStream::BigEndian);
+    out << kStringValue << m_name.toUtf8() << m_number;
+}
+
+qsizetype ClientIdentifier::sizeEstimate() const
+{
+    return kStringValueHeader + m_name.toUtf8().size() + kNumberSize;
+}
+
+ClientIdentifier ClientIdentifier::readContents(QDataStream& in)
+{
+    in.setByteOrder(QDataStream::BigEndian);
+    quint8 type = 0;
+    QByteArray name;
+    quint32 number = 0;
+    in >> type;
+    if (type == kStringValue) {
+        in >> name >> number;
+    }
+    const auto fail = [](const QString& reason) {
+        KSException::exceptionWithName(QStringLiteral("Archive"), reason).raise();
+    };
+    if (type != kStringValue || in.status() != QDataStream::Ok) {
+        fail(QStringLiteral("no client identifier in archive data"));
+    }
+    if (number == 0) {
+        fail(QStringLiteral("invalid client number"));
+    }
+    return {QString::fromUtf8(name), number};
+}
 
 bool ClientIdentifier::isEqual(const ClientIdentifier& other) const
 {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDataStream>
 #include <QMetaType>
 #include <QString>
 
@@ -25,6 +26,15 @@ public:
     QString description() const;
 
     static void registerArchivableClass();
+
+    // The compact form inside archive data: a value list of the name as a string value (a
+    // type byte, then the UTF-8 bytes with their length) and the number as 4 bytes, big-endian.
+    void assembleContents(QDataStream& out) const;
+    // The bytes assembleContents writes, known before writing.
+    qsizetype sizeEstimate() const;
+    // Bytes that are not that form, or the number 0 that no owner has: a KSException
+    // named "Archive".
+    static ClientIdentifier readContents(QDataStream& in);
 
 private:
     QString m_name;

@@ -55,6 +55,36 @@ QByteArray archivedObject(const QString& className, const QCborMap& fields)
 }
 } // namespace
 
+TEST(ClientIdentifier, TheBinaryFormIsANameValueAndFourBytesAndReadsBackWhole)
+{
+    QByteArray bytes;
+    QDataStream out(&bytes, QIODevice::WriteOnly);
+    const ClientIdentifier a(u"A"_s, 5);
+    a.assembleContents(out);
+    EXPECT_EQ(bytes.toHex(), QByteArray("01"
+                                        "00000001"
+                                        "41"
+                                        "00000005"));
+    EXPECT_EQ(a.sizeEstimate(), bytes.size());
+    for (const ClientIdentifier& original :
+         {ClientIdentifier(u"Bücher-Ü"_s, 0xFFFFFFFF), ClientIdentifier(QString(), 7)}) {
+        QByteArray data;
+        QDataStream writing(&data, QIODevice::WriteOnly);
+        original.assembleContents(writing);
+        EXPECT_EQ(original.sizeEstimate(), data.size());
+        QDataStream reading(data);
+        const ClientIdentifier read = ClientIdentifier::readContents(reading);
+        EXPECT_EQ(read.name(), original.name());
+        EXPECT_EQ(read.serialNumber(), original.serialNumber());
+    }
+    // Short data, another value type, and the number 0: refused, never asserted.
+    for (const QByteArray& bad : {QByteArray::fromHex("0100000001"), QByteArray::fromHex("02"),
+                                  QByteArray::fromHex("01000000014100000000")}) {
+        QDataStream reading(bad);
+        EXPECT_THROW(ClientIdentifier::readContents(reading), KSException) << bad.toHex().data();
+    }
+}
+
 TEST(ClientIdentifier, NumbersAloneDecideHashAndDescribeAndTheWildcardGoesByName)
 {
     const ClientIdentifier anyC(u"C"_s, ClientIdentifier::kWildcardNumber);
