@@ -1,12 +1,13 @@
 #include "BarrierProbes.h"
 
+#include "messaging/InterfaceNames.h"
 #include "messaging/MessageSync.h"
 #include "messaging/RemoteProxy.h"
 
 #include <algorithm>
 
 namespace {
-const QString kBarrierInterface = QStringLiteral("com.kestrom.KSComponentMessaging");
+const QString& kBarrierInterface = InterfaceNames::kComponentMessaging;
 const QString kBarrierMember = QStringLiteral("barrierWithCompletion");
 } // namespace
 

@@ -6,6 +6,7 @@
 #include "errors/ExceptionArchive.h"
 #include "exception/KSException.h"
 #include "logging/Logger.h"
+#include "messaging/InterfaceNames.h"
 #include "messaging/KSConnectionServiceSingleton.h"
 #include "messaging/KSPublishedConnection.h"
 #include "messaging/KSSwitchboardConnection.h"
@@ -21,7 +22,7 @@
 #include <unistd.h>
 
 namespace {
-const QString kListenerInterface = QStringLiteral("com.kestrom.CommandListenerMessaging");
+const QString& kListenerInterface = InterfaceNames::kCommandListenerMessaging;
 constexpr double kReplyTimeoutSeconds = 60;
 
 void say(const QString& line)
@@ -102,7 +103,7 @@ bool CommandPeer::connectToMonitor()
     const bool answered =
         KSConnection::monitorConnection()->performSynchronousBlock([&](const RemoteProxy& monitor) {
             monitor.call(
-                QStringLiteral("com.kestrom.CommandListenerServiceProvider"),
+                InterfaceNames::kCommandListenerServiceProvider,
                 QStringLiteral("queryListenerForCommandIdentifier"),
                 {m_options.identifier, SerializableDictionaryAdditions::archivedDictionary(info)},
                 [answer](const QDBusMessage& reply) {

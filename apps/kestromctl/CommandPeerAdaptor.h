@@ -1,5 +1,7 @@
 #pragma once
 
+#include "CommandMessagingIntrospection.h"
+
 #include <QDBusAbstractAdaptor>
 
 class CommandPeerServer;
@@ -10,6 +12,8 @@ class CommandPeerAdaptor : public QDBusAbstractAdaptor
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "com.kestrom.CommandMessaging")
+    // What the interface file says, so that introspection shows every reply and annotation.
+    Q_CLASSINFO("D-Bus Introspection", KESTROM_INTROSPECTION_CommandMessaging)
 public:
     explicit CommandPeerAdaptor(CommandPeerServer* server);
 

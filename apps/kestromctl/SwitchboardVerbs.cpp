@@ -2,6 +2,7 @@
 
 #include "MessageFlood.h"
 #include "exception/ValueDescription.h"
+#include "messaging/InterfaceNames.h"
 #include "messaging/KSConnectionServiceSingleton.h"
 #include "messaging/KSPublishedConnection.h"
 #include "messaging/KSSwitchboardConnection.h"
@@ -224,7 +225,7 @@ int blast(const QStringList& arguments)
         return 1;
     }
     const auto result =
-        MessageFlood::run(*proxy, QStringLiteral("com.kestrom.KSComponentMessaging"),
+        MessageFlood::run(*proxy, InterfaceNames::kComponentMessaging,
                           QStringLiteral("barrierWithCompletion"), {}, parser.value(count).toInt());
     print(MessageFlood::describe(QStringLiteral("bare one-way calls"), result));
     return result.complete ? 0 : 1;

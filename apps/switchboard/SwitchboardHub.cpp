@@ -5,6 +5,7 @@
 #include "StromSwitchboardingAdaptor.h"
 #include "StromSwitchboarding_privateAdaptor.h"
 #include "logging/Logger.h"
+#include "messaging/InterfaceNames.h"
 #include "messaging/MessagingThread.h"
 #include "messaging/SerializableDictionaryAdditions.h"
 #include "messaging/SwitchboardNames.h"
@@ -74,8 +75,7 @@ void SwitchboardHub::postNotificationName(const QString& name, const QString& so
                                           const QByteArray& userInfo)
 {
     const QDBusConnection connection = MessagingThread::instance().connection();
-    const QString interface =
-        SwitchboardNames::interfaceName(QStringLiteral("SwitchboardSubscribing"));
+    const QString interface = InterfaceNames::kSwitchboardSubscribing;
     for (auto client = m_observers.cbegin(); client != m_observers.cend(); ++client) {
         for (auto it = client->cbegin(); it != client->cend(); ++it) {
             const bool nameMatches = it->name.isEmpty() || it->name == name;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "CommandListenerServiceProviderIntrospection.h"
 #include "messaging/GatedAdaptor.h"
 
 class MonitorServer;
@@ -10,6 +11,8 @@ class MonitorListenerProviderAdaptor : public GatedAdaptor
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "com.kestrom.CommandListenerServiceProvider")
+    // What the interface file says, so that introspection shows the reply and its annotations.
+    Q_CLASSINFO("D-Bus Introspection", KESTROM_INTROSPECTION_CommandListenerServiceProvider)
 public:
     explicit MonitorListenerProviderAdaptor(MonitorServer* server);
 

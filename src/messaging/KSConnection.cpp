@@ -4,6 +4,7 @@
 #include "foundation/NotificationCenter.h"
 #include "logging/Logger.h"
 #include "messaging/BlockCompletion.h"
+#include "messaging/InterfaceNames.h"
 #include "messaging/KSPublishedConnection.h"
 #include "messaging/KSSwitchboardConnection.h"
 #include "messaging/MessagingThread.h"
@@ -13,7 +14,7 @@
 #include <QThreadPool>
 
 namespace {
-const QString kBarrierInterface = QStringLiteral("com.kestrom.KSComponentMessaging");
+const QString& kBarrierInterface = InterfaceNames::kComponentMessaging;
 const QString kBarrierMember = QStringLiteral("barrierWithCompletion");
 } // namespace
 

@@ -1,6 +1,7 @@
 #include "messaging/KSConnectionVendor.h"
 
 #include "foundation/NotificationCenter.h"
+#include "messaging/InterfaceNames.h"
 #include "messaging/KSSwitchboardConnection.h"
 #include "messaging/SwitchboardNames.h"
 
@@ -37,8 +38,7 @@ void KSConnectionVendor::publishWithName(const QString& name)
 void KSConnectionVendor::sendPublication() const
 {
     if (const auto proxy = KSConnection::switchboard()) {
-        proxy->send(SwitchboardNames::interfaceName(QStringLiteral("StromSwitchboarding")),
-                    QStringLiteral("publishEndpoint"),
+        proxy->send(InterfaceNames::kSwitchboarding, QStringLiteral("publishEndpoint"),
                     {QVariant::fromValue(endpoint()), m_publishedName});
     }
 }
@@ -59,8 +59,8 @@ void KSConnectionVendor::redact()
     m_reconnectObserver = 0;
     const QString name = std::exchange(m_publishedName, QString());
     if (const auto proxy = KSConnection::switchboard()) {
-        proxy->send(SwitchboardNames::interfaceName(QStringLiteral("StromSwitchboarding")),
-                    QStringLiteral("redactEndpointForIdentifier"), {name});
+        proxy->send(InterfaceNames::kSwitchboarding, QStringLiteral("redactEndpointForIdentifier"),
+                    {name});
     }
 }
 

@@ -1,5 +1,6 @@
 #include "messaging/KSPublishedConnection.h"
 
+#include "messaging/InterfaceNames.h"
 #include "messaging/KSSwitchboardConnection.h"
 #include "messaging/SwitchboardNames.h"
 
@@ -20,7 +21,7 @@ std::optional<Endpoint> KSPublishedConnection::lookUpEndpoint(const QString& pub
     auto found = std::make_shared<Endpoint>();
     const bool answered = switchboardConnection()->performSynchronousBlock(
         [&publishedName, found](const RemoteProxy& proxy) {
-            proxy.call(SwitchboardNames::interfaceName(QStringLiteral("StromSwitchboarding")),
+            proxy.call(InterfaceNames::kSwitchboarding,
                        QStringLiteral("queryEndpointForIdentifier"), {publishedName},
                        [found](const QDBusMessage& reply) {
                            *found = qdbus_cast<Endpoint>(reply.arguments().value(0));

@@ -1,6 +1,7 @@
 #include "messaging/KSSwitchboardConnection.h"
 
 #include "logging/Logger.h"
+#include "messaging/InterfaceNames.h"
 #include "messaging/SerializableDictionaryAdditions.h"
 #include "messaging/SwitchboardNames.h"
 #include "platform/DistributedNotificationCenter.h"
@@ -14,12 +15,12 @@ std::atomic<quint64> s_anonymousObservers{0};
 
 QString privateInterface()
 {
-    return SwitchboardNames::interfaceName(QStringLiteral("StromSwitchboarding_private"));
+    return InterfaceNames::kSwitchboardingPrivate;
 }
 
 QString publicInterface()
 {
-    return SwitchboardNames::interfaceName(QStringLiteral("StromSwitchboarding"));
+    return InterfaceNames::kSwitchboarding;
 }
 } // namespace
 

@@ -105,6 +105,7 @@ struct Method
 {
     QList<Argument> ins;
     QList<Argument> outs;
+    bool noReply = false;
 };
 
 struct ParsedProtocol
@@ -116,6 +117,10 @@ struct ParsedProtocol
 // Annotations name an argument by direction and index ("In1", "Out0").
 void applyAnnotation(Method& method, const QString& name, const QString& value)
 {
+    if (name == QLatin1String("org.freedesktop.DBus.Method.NoReply")) {
+        method.noReply = value == u"true";
+        return;
+    }
     const bool archived = name.startsWith(kArchivedClassAnnotation);
     const bool proxy = name.startsWith(kProxyProtocolAnnotation);
     if (!archived && !proxy) {
@@ -175,6 +180,24 @@ void readInterface(QXmlStreamReader& reader, QHash<QString, ParsedProtocol>& pro
     }
 }
 
+// Interfaces of other name spaces (the bus's own, in a live object's document) are skipped
+// only when asked to: in the product's files they are a defect.
+void readDocument(QXmlStreamReader& reader, QHash<QString, ParsedProtocol>& protocols,
+                  bool productOnly)
+{
+    if (reader.readNextStartElement() && reader.name() == u"node") {
+        while (reader.readNextStartElement()) {
+            const bool product =
+                reader.attributes().value(QLatin1String("name")).startsWith(kInterfacePrefix);
+            if (reader.name() == u"interface" && (product || !productOnly)) {
+                readInterface(reader, protocols);
+            } else {
+                reader.skipCurrentElement();
+            }
+        }
+    }
+}
+
 void readFile(const QString& path, QHash<QString, ParsedProtocol>& protocols)
 {
     QFile file(path);
@@ -182,19 +205,52 @@ void readFile(const QString& path, QHash<QString, ParsedProtocol>& protocols)
         throw std::logic_error("interface file missing: " + path.toStdString());
     }
     QXmlStreamReader reader(&file);
-    if (reader.readNextStartElement() && reader.name() == u"node") {
-        while (reader.readNextStartElement()) {
-            if (reader.name() == u"interface") {
-                readInterface(reader, protocols);
-            } else {
-                reader.skipCurrentElement();
-            }
-        }
-    }
+    readDocument(reader, protocols, false);
     if (reader.hasError()) {
         throw std::logic_error("interface file unreadable: " + path.toStdString() + ": " +
                                reader.errorString().toStdString());
     }
+}
+
+QString typesOf(const QList<Argument>& arguments)
+{
+    QString types;
+    for (const Argument& argument : arguments) {
+        types += argument.type;
+    }
+    return types;
+}
+
+QStringList rowsOf(const QHash<QString, ParsedProtocol>& protocols)
+{
+    QStringList rows;
+    for (auto protocol = protocols.cbegin(); protocol != protocols.cend(); ++protocol) {
+        for (auto method = protocol->members.cbegin(); method != protocol->members.cend();
+             ++method) {
+            QString row = QStringLiteral("%1.%2(%3)(%4)")
+                              .arg(kInterfacePrefix + protocol.key(), method.key(),
+                                   typesOf(method->ins), typesOf(method->outs));
+            for (const auto& [direction, arguments] : {std::pair{QStringLiteral("In"), method->ins},
+                                                       {QStringLiteral("Out"), method->outs}}) {
+                for (qsizetype index = 0; index < arguments.size(); ++index) {
+                    const Argument& argument = arguments.at(index);
+                    const QString slot = direction + QString::number(index);
+                    if (!argument.archivedClass.isEmpty()) {
+                        row += QStringLiteral(" %1=%2").arg(slot, argument.archivedClass);
+                    }
+                    if (!argument.proxyProtocol.isEmpty()) {
+                        row += QStringLiteral(" %1=proxy:%2").arg(slot, argument.proxyProtocol);
+                    }
+                }
+            }
+            if (method->noReply) {
+                row += QStringLiteral(" noreply");
+            }
+            rows.append(row);
+        }
+    }
+    rows.sort();
+    return rows;
 }
 
 // The files are compiled into the library; a missing or malformed one is a build defect.
@@ -256,6 +312,26 @@ QSet<QString> declaredClasses(const Argument& argument)
     return classes;
 }
 } // namespace
+
+QStringList ProtocolCatalogue::wireTable()
+{
+    return rowsOf(parsed());
+}
+
+QStringList ProtocolCatalogue::wireTableOf(const QByteArray& introspection)
+{
+    QHash<QString, ParsedProtocol> protocols;
+    QXmlStreamReader reader(introspection);
+    try {
+        readDocument(reader, protocols, true);
+    } catch (const std::logic_error&) {
+        return {QStringLiteral("(annotations that name no argument)")};
+    }
+    if (reader.hasError()) {
+        return {QStringLiteral("(unreadable: %1)").arg(reader.errorString())};
+    }
+    return rowsOf(protocols);
+}
 
 QString ProtocolCatalogue::resourceFolder()
 {

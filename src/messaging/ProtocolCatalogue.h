@@ -51,6 +51,14 @@ public:
     static QString proxyProtocolForReply(const QString& protocol, const QString& member,
                                          int replyIndex);
 
+    // The wire in one line per member, sorted: "<interface>.<member>(<in types>)(<out types>)",
+    // then " In1=<classes>" or " Out0=proxy:<protocol>" for each annotated argument, then
+    // " noreply" for a one-way member.
+    static QStringList wireTable();
+    // The same lines for what a live object's introspection document declares of the
+    // product's interfaces; one line saying why for a document that cannot be read.
+    static QStringList wireTableOf(const QByteArray& introspection);
+
     // Where the introspection files are found in the resources.
     static QString resourceFolder();
 };

@@ -46,8 +46,3 @@ QString SwitchboardNames::busName(const QString& serviceName)
     }
     return elements.join(QLatin1Char('.'));
 }
-
-QString SwitchboardNames::interfaceName(const QString& protocol)
-{
-    return QStringLiteral("com.kestrom.") + protocol;
-}

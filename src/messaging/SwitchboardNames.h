@@ -25,5 +25,4 @@ public:
     static uint processUserID();
     // A dotted service name as a bus name: each element that starts with a digit gets "_".
     static QString busName(const QString& serviceName);
-    static QString interfaceName(const QString& protocol);
 };

@@ -3,6 +3,7 @@
 #include "SwitchboardSubscribingAdaptor.h"
 #include "exception/KSException.h"
 #include "logging/Logger.h"
+#include "messaging/InterfaceNames.h"
 #include "messaging/RemoteProxy.h"
 #include "messaging/SerializableDictionaryAdditions.h"
 #include "messaging/SwitchboardNames.h"
@@ -39,8 +40,7 @@ QStringList SwitchboardSubscriber::registeredObserverIDs() const
 
 void SwitchboardSubscriber::reregisterObserversWithSwitchboard(const RemoteProxy& switchboard) const
 {
-    const QString interface =
-        SwitchboardNames::interfaceName(QStringLiteral("StromSwitchboarding_private"));
+    const QString& interface = InterfaceNames::kSwitchboardingPrivate;
     QMutexLocker locker(&m_mutex);
     for (auto it = m_observers.cbegin(); it != m_observers.cend(); ++it) {
         switchboard.send(interface, QStringLiteral("addProxyObserver"),

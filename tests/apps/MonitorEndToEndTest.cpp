@@ -1,11 +1,15 @@
 #include "MonitorProcessFixture.h"
 #include "foundation/KeyedArchive.h"
+#include "messaging/InterfaceNames.h"
+#include "messaging/KSPublishedConnection.h"
+#include "messaging/ProtocolCatalogue.h"
 #include "preferences/PreferenceStore.h"
 #include "support/PrivateBus.h"
 #include "tracking/CommandManager.h"
 #include "tracking/CommandOnXPCConnection.h"
 
 #include <QDBusArgument>
+#include <QRegularExpression>
 
 using namespace Qt::StringLiterals;
 
@@ -189,4 +193,90 @@ TEST_F(MonitorEndToEndTest, APreferenceThatCannotBeSetAnswersNoAndLaterOnesStill
         },
         30000))
         << "the flush 2 seconds after the write reaches the file";
+}
+
+// The wire as the interface files declare it is committed as a table; what the monitor, the hub
+// and a command really export is compared with it, member by member. Run with
+// KESTROM_WRITE_WIRE_TABLE=1 to write the table after changing an interface file.
+TEST_F(MonitorEndToEndTest, EveryExportedObjectSaysExactlyWhatTheCommittedWireTableSays)
+{
+    const QString path =
+        QStringLiteral(QT_TESTCASE_SOURCEDIR "/../../src/messaging/interfaces/wire-table.txt");
+    const QStringList declared = ProtocolCatalogue::wireTable();
+    if (qEnvironmentVariableIsSet("KESTROM_WRITE_WIRE_TABLE")) {
+        QFile written(path);
+        ASSERT_TRUE(written.open(QIODevice::WriteOnly));
+        written.write((declared.join(u'\n') + u'\n').toUtf8());
+    }
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QStringList golden = QString::fromUtf8(file.readAll()).split(u'\n', Qt::SkipEmptyParts);
+    EXPECT_EQ(declared, golden) << "the interface files changed: write the table anew";
+    for (const QString& interface : InterfaceNames::all()) {
+        EXPECT_TRUE(golden.filter(interface + u'.').size() > 0) << interface.toStdString();
+    }
+
+    auto command = ctl(words("command capture --id test.wire --scenario hang"));
+    ASSERT_TRUE(command->waitForOutput(u"started"_s));
+    auto served = ctl(words("serve test.wire.served"));
+    ASSERT_TRUE(served->waitForOutput(u"serving"_s));
+    const auto introspect = [](const QString& service, const QString& objectPath) {
+        return MessagingThread::instance()
+            .connection()
+            .call(QDBusMessage::createMethodCall(
+                service, objectPath, u"org.freedesktop.DBus.Introspectable"_s, u"Introspect"_s))
+            .arguments()
+            .value(0)
+            .toString();
+    };
+    // The running command's listener: the child of the monitor's listener folder that listens.
+    QString listener;
+    const QString folder = u"/com/kestrom/listener"_s;
+    auto children = QRegularExpression(uR"re(<node name="(\d+)")re"_s)
+                        .globalMatch(introspect(monitorEndpoint()->service(), folder));
+    while (children.hasNext()) {
+        const QString candidate = folder + u'/' + children.next().captured(1);
+        if (introspect(monitorEndpoint()->service(), candidate)
+                .contains(InterfaceNames::kCommandListenerMessaging)) {
+            listener = candidate;
+        }
+    }
+    const QString monitor = monitorEndpoint()->service();
+    const struct
+    {
+        const char* what;
+        QString service;
+        QString path;
+        QString mustExport;
+    } objects[] = {
+        {"monitor", monitor, monitorEndpoint()->path(),
+         u"com.kestrom.CommandListenerServiceProvider"_s},
+        {"listener", monitor, listener, u"com.kestrom.CommandListenerMessaging"_s},
+        {"subscriber", monitor, SwitchboardNames::kSubscriberPath,
+         u"com.kestrom.SwitchboardSubscribing"_s},
+        {"hub", SwitchboardNames::busName(SwitchboardNames::perUserServiceName()),
+         SwitchboardNames::kSwitchboardPath, u"com.kestrom.StromSwitchboarding_private"_s},
+        {"command", KSPublishedConnection::lookUpEndpoint(u"test.wire"_s)->service(),
+         KSPublishedConnection::lookUpEndpoint(u"test.wire"_s)->path(),
+         u"com.kestrom.CommandMessaging"_s},
+    };
+    for (const auto& object : objects) {
+        SCOPED_TRACE(object.what);
+        const QString document = introspect(object.service, object.path);
+        const QStringList exported = ProtocolCatalogue::wireTableOf(document.toUtf8());
+        EXPECT_FALSE(exported.filter(object.mustExport + u'.').isEmpty()) << document.toStdString();
+        QSet<QString> interfaces;
+        for (const QString& row : exported) {
+            EXPECT_TRUE(golden.contains(row)) << "exported, not declared: " << row.toStdString();
+            interfaces.insert(row.section(u'(', 0, 0).section(u'.', 0, -2));
+        }
+        for (const QString& interface : std::as_const(interfaces)) {
+            for (const QString& row : golden.filter(interface + u'.')) {
+                if (row.section(u'(', 0, 0).section(u'.', 0, -2) == interface) {
+                    EXPECT_TRUE(exported.contains(row))
+                        << "declared, not exported: " << row.toStdString();
+                }
+            }
+        }
+    }
 }
