@@ -117,6 +117,12 @@ ActivityWindowController::~ActivityWindowController()
     if (s_shared == this) {
         s_shared = nullptr;
     }
+    // Stopped commands' managers held by their panes hold those panes in turn.
+    for (const auto& controllers : {m_activePaneControllers, m_resignedPaneControllers}) {
+        for (const auto& controller : controllers) {
+            controller->holdManagerUntilResigned(nullptr);
+        }
+    }
     m_activePaneControllers.clear();
     if (m_window->isVisible()) {
         m_placement->save();

@@ -267,8 +267,17 @@ void CommandUmbrellaViewController::resignAfter(int milliseconds)
     timer->start();
 }
 
+void CommandUmbrellaViewController::holdManagerUntilResigned(
+    std::shared_ptr<ActivityProgressManager> manager)
+{
+    m_heldManager = std::move(manager);
+}
+
 void CommandUmbrellaViewController::resign()
 {
+    // Let go last: the manager may be all that keeps this pane, so nothing of it is touched
+    // once the manager goes.
+    const std::shared_ptr<ActivityProgressManager> held = std::move(m_heldManager);
     if (QWidget* current = view()) {
         current->hide();
         current->setParent(nullptr);

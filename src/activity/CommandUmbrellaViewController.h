@@ -84,6 +84,7 @@ public:
     void didBeginStatus() override;
     void updateStatus(const QVariantMap& progress) override;
     void didEndStatusWithException(const Exception* exception) override;
+    void holdManagerUntilResigned(std::shared_ptr<ActivityProgressManager> manager) override;
     void resign() override;
 
     // Performs a pane action by name, as the forms and menus ask; false for an unknown one.
@@ -118,6 +119,7 @@ private:
     QPointer<QTimer> m_selfRetirementTimer;
     QPointer<QWidget> m_view;
     QPointer<ActivityProgressManager> m_progressManager;
+    std::shared_ptr<ActivityProgressManager> m_heldManager;
     QString m_actionID;
     std::unique_ptr<CommandProgressViewController> m_collapsed;
     std::unique_ptr<CommandDetailsViewController> m_detailed;

@@ -213,6 +213,7 @@ void ActivityProgressManager::commandDidStopWithException(const ExceptionPtr& ex
     const auto self = std::static_pointer_cast<ActivityProgressManager>(shared_from_this());
     m_liveStatusStale = true;
     ProgressManager::commandDidStopWithException(exception);
+    m_viewController->holdManagerUntilResigned(self);
     MainQueue::dispatchMainAsync([self] {
         self->stopListening();
         NotificationCenter::defaultCenter().post(kMonitorProgressDidEnd, self.get());

@@ -16,6 +16,8 @@ public:
     void didBeginStatus() override {}
     void updateStatus(const QVariantMap&) override {}
     void didEndStatusWithException(const Exception*) override {}
+    // No window, no post-mortem window: nothing to keep the manager for.
+    void holdManagerUntilResigned(std::shared_ptr<ActivityProgressManager>) override {}
     void resign() override {}
 };
 

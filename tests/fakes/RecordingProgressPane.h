@@ -48,7 +48,15 @@ public:
         record(QStringLiteral("didEndStatusWithException:") +
                (exception != nullptr ? exception->name() : QStringLiteral("none")));
     }
-    void resign() override { record(QStringLiteral("resign")); }
+    void holdManagerUntilResigned(std::shared_ptr<ActivityProgressManager> manager) override
+    {
+        m_held = std::move(manager);
+    }
+    void resign() override
+    {
+        record(QStringLiteral("resign"));
+        m_held.reset();
+    }
 
     const QStringList& calls() const { return m_calls; }
     ActivityProgressManager* manager() const { return m_manager; }
@@ -70,6 +78,7 @@ private:
     }
 
     ActivityProgressManager* m_manager = nullptr;
+    std::shared_ptr<ActivityProgressManager> m_held;
     QString m_actionID;
     QStringList m_calls;
     QList<Update> m_updates;

@@ -8,6 +8,7 @@
 #include "fakes/RecordingCaptureHistory.h"
 #include "fakes/RecordingProgressPane.h"
 #include "fakes/RecordingUserNotifier.h"
+#include "foundation/KeyedArchive.h"
 #include "foundation/NotificationCenter.h"
 #include "messaging/MessagingThread.h"
 #include "support/ChildProcess.h"
@@ -16,6 +17,7 @@
 #include "tracking/ProgressServices.h"
 
 #include <QCoreApplication>
+#include <QDBusPendingCallWatcher>
 #include <QTest>
 #include <gtest/gtest.h>
 
@@ -59,6 +61,10 @@ protected:
     {
         service().removeAllListeners();
         drainMainQueue();
+        // A stopped command's manager and its pane hold each other until the pane resigns.
+        for (const auto& pane : std::as_const(m_panes)) {
+            pane->holdManagerUntilResigned(nullptr);
+        }
         for (const int token : std::as_const(m_tokens)) {
             NotificationCenter::defaultCenter().removeObserver(token);
         }
@@ -83,6 +89,7 @@ protected:
     std::shared_ptr<ActivityProgressManager> makeManager()
     {
         m_pane = std::make_shared<RecordingProgressPane>();
+        m_panes.append(m_pane);
         m_pane->onCall = [this](const QString& call) {
             m_events.append(call);
         };
@@ -126,6 +133,7 @@ protected:
     QList<const void*> m_endObjects;
     QStringList m_events;
     std::shared_ptr<RecordingProgressPane> m_pane;
+    QList<std::shared_ptr<RecordingProgressPane>> m_panes;
     QList<std::chrono::milliseconds> m_delays;
     QList<std::function<void()>> m_delayed;
     PeerBus m_peer{u"peer-progress"_s};
@@ -358,6 +366,7 @@ TEST_F(ActivityProgressTest, StartOrRunAsksTheCommandOnceWhatItIsAndTellsThePane
         manager->commandDidStopWithException(nullptr);
         EXPECT_EQ(manager->liveStatus(), ActivityProgressManager::LiveStatus{});
         manager.reset();
+        m_pane->resign(); // the stopped command's pane held its manager until now
         drainMainQueue();
         EXPECT_EQ(m_pane->calls().last(), u"setProgressManager:none"_s);
     }
@@ -455,4 +464,36 @@ TEST_F(ActivityProgressTest, ACommandKilledMidRunIsLostWithoutWaitingForTheCull)
     EXPECT_EQ(m_endObjects, QList<const void*>{manager.get()});
     EXPECT_FALSE(service().hasListenerForCommandIdentifier(u"cap-killed"_s));
     EXPECT_TRUE(m_log->linesContaining(u"culling dead listener"_s).isEmpty());
+}
+
+// A command's last progress may cross its stop on the bus: until the pane resigns, the manager
+// and its endpoint are still there to hear it as a post-mortem, and then both go.
+TEST_F(ActivityProgressTest, ProgressAfterTheStopIsAPostMortemUntilThePaneResigns)
+{
+    auto manager = makeManager();
+    service().addListener(manager, u"cap-late"_s);
+    const Endpoint listener = manager->endpoint();
+    const std::weak_ptr<ActivityProgressManager> watched = manager;
+    manager.reset();
+    const auto call = [&](const QString& member, const QVariantList& arguments) {
+        QDBusMessage message = QDBusMessage::createMethodCall(
+            listener.service(), listener.path(), u"com.kestrom.CommandListenerMessaging"_s, member);
+        message.setArguments(arguments);
+        QDBusPendingCallWatcher watcher(m_peer.bus().asyncCall(message));
+        EXPECT_TRUE(QTest::qWaitFor([&] { return watcher.isFinished(); }, 30000));
+        return watcher.reply();
+    };
+    call(u"commandStarted"_s, {});
+    EXPECT_EQ(call(u"commandStoppedWithExceptionData"_s, {QByteArray()}).type(),
+              QDBusMessage::ReplyMessage);
+    drainMainQueue();
+    ASSERT_FALSE(watched.expired()) << "the stopped command's manager went before its pane";
+
+    const QDBusMessage late =
+        call(u"progressUpdate"_s, {KeyedArchive::archivedData(QVariantMap{{u"task"_s, u"x"_s}})});
+    EXPECT_EQ(late.type(), QDBusMessage::ReplyMessage) << late.errorMessage().toStdString();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return m_pane->calls().contains(u"resign"_s); }, 30000));
+    EXPECT_EQ(m_log->classesOf(u"received post-mortum: discarding dead monitor"_s), QList<int>{9});
+    drainMainQueue();
+    EXPECT_TRUE(watched.expired()) << "the resigned pane still holds the manager";
 }
