@@ -1,12 +1,20 @@
 #include "core/SessionCommandRequests.h"
+#include "messaging/AnonymousListener.h"
+#include "messaging/InterfaceNames.h"
+#include "messaging/MessagingThread.h"
+#include "messaging/ServedObject.h"
+#include "platform/SecretStore.h"
 #include "platform/linux/LibsecretSecretStore.h"
 
 #include <QCoreApplication>
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QMutex>
 #include <QProcess>
+#include <QSemaphore>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
@@ -18,6 +26,7 @@
 // scripts/headless, which unlocks a keyring.
 namespace {
 QString s_script;
+QString s_leaving; // ends at once, leaving a process that holds its output for 30 s
 
 void concurrentScripts(benchmark::State& state)
 {
@@ -81,6 +90,97 @@ void keychainLookups(benchmark::State& state)
     state.SetItemsProcessed(state.iterations());
 }
 
+// A keyring that waits for the user until released.
+class LockedKeyring : public SecretStore
+{
+public:
+    Lookup genericPassword(const QString&, const QString&) override
+    {
+        unlocked.acquire();
+        return {std::nullopt, kNotFound, QStringLiteral("locked")};
+    }
+    QSemaphore unlocked;
+};
+
+// From a request delivered on the messaging thread, as the switchboard delivers it, to that
+// thread's next answer to another peer: a cancel of a script whose leftovers still hold its
+// output (range 0), or a lookup in a keyring that stays locked (range 1).
+void answerAfterRequest(benchmark::State& state)
+{
+    const bool keychain = state.range(0) == 1;
+    QMutex mutex;
+    QHash<QString, SessionCommandRequests::Switchboard::Block> observers;
+    std::atomic<int> finals{0};
+    SessionCommandRequests::Switchboard board;
+    board.post = [&finals](const QString& name, const QString&, const QVariantMap& info) {
+        finals += info.contains(QStringLiteral("ScriptSuccess")) ||
+                  name == QStringLiteral("KeychainPasswordResponse");
+    };
+    board.observe = [&](const QString& observer, const QString&,
+                        SessionCommandRequests::Switchboard::Block block) {
+        QMutexLocker locker(&mutex);
+        observers.insert(observer, std::move(block));
+    };
+    board.removeObserver = [](const QString&) {
+    };
+    const auto keyring = std::make_shared<LockedKeyring>();
+    SessionCommandRequests handler({board, keyring, {}, RepeatingTimer::mainThreadFactory()});
+    AnonymousListener served(new ServedObject);
+    served.resume();
+    QDBusConnection peer =
+        QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("bench-peer"));
+    const QDBusMessage barrier = QDBusMessage::createMethodCall(
+        served.endpoint().service(), served.endpoint().path(), InterfaceNames::kComponentMessaging,
+        QStringLiteral("barrierWithCompletion"));
+    int round = 0;
+    for (auto _ : state) {
+        const QString id = QStringLiteral("bench.answer.%1").arg(++round);
+        const int before = finals;
+        std::function<void()> request;
+        if (keychain) {
+            request = [&handler, id] {
+                handler.keychainPasswordRequested({{QStringLiteral("Account"), QStringLiteral("x")},
+                                                   {QStringLiteral("CommandID"), id}});
+            };
+        } else {
+            QFile::remove(s_leaving + QStringLiteral(".ended"));
+            handler.runScript(0, s_leaving, id, {});
+            if (!QTest::qWaitFor([] { return QFile::exists(s_leaving + QStringLiteral(".ended")); },
+                                 30000)) {
+                state.SkipWithError("the script did not start");
+                break;
+            }
+            QMutexLocker locker(&mutex);
+            const auto block = observers.value(SessionCommandRequests::cancelObserverName(id));
+            request = [block, id] {
+                block({{QStringLiteral("CommandID"), id}});
+            };
+        }
+        QElapsedTimer clock;
+        clock.start();
+        MessagingThread::instance().post(request);
+        const QDBusMessage reply = peer.call(barrier, QDBus::Block, 60000);
+        state.SetIterationTime(double(clock.nsecsElapsed()) / 1e9);
+        if (reply.type() != QDBusMessage::ReplyMessage) {
+            state.SkipWithError("no answer");
+        }
+        if (keychain) {
+            keyring->unlocked.release();
+        }
+        if (!QTest::qWaitFor([&] { return finals.load() > before; }, 60000)) {
+            state.SkipWithError("no final answer");
+            break;
+        }
+    }
+    QDBusConnection::disconnectFromBus(QStringLiteral("bench-peer"));
+}
+
+BENCHMARK(answerAfterRequest)
+    ->Arg(0)
+    ->Arg(1)
+    ->Iterations(20)
+    ->Unit(benchmark::kMillisecond)
+    ->UseManualTime();
 BENCHMARK(concurrentScripts)->Arg(100)->Iterations(3)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(keychainLookups)->Iterations(1000)->Unit(benchmark::kMicrosecond)->UseRealTime();
 } // namespace
@@ -98,6 +198,14 @@ int main(int argc, char** argv)
     script.write("#!/bin/sh\necho done\n");
     script.close();
     script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    s_leaving = QDir(files.path()).filePath(QStringLiteral("leaving.sh"));
+    QFile leaving(s_leaving);
+    if (!leaving.open(QIODevice::WriteOnly)) {
+        return 1;
+    }
+    leaving.write("#!/bin/sh\nsleep 30 &\ntouch \"$0.ended\"\n");
+    leaving.close();
+    leaving.setPermissions(script.permissions());
     QProcess store;
     store.start(QStringLiteral("secret-tool"),
                 {QStringLiteral("store"), QStringLiteral("--label=bench"),
