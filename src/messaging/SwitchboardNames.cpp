@@ -1,5 +1,6 @@
 #include "messaging/SwitchboardNames.h"
 
+#include <QFile>
 #include <QStringList>
 #include <unistd.h>
 
@@ -21,19 +22,20 @@ QString SwitchboardNames::startedNotificationName()
 
 uint SwitchboardNames::processUserID()
 {
-    const uid_t effective = geteuid();
-    if (effective != 0) {
-        return effective;
-    }
-    // The user who asked for the privileges: through sudo, or through polkit's pkexec.
-    for (const char* variable : {"SUDO_UID", "PKEXEC_UID"}) {
-        bool ok = false;
-        const uint requester = qEnvironmentVariable(variable).toUInt(&ok);
-        if (ok) {
-            return requester;
+    static const uint user = [] {
+        const uid_t effective = geteuid();
+        if (effective != 0) {
+            return uint(effective);
         }
-    }
-    return 0;
+        // The user whose login the process descends from, as the kernel recorded it: sudo and
+        // pkexec keep it, and unlike their environment variables nobody can set it afterwards.
+        QFile loginUid(QStringLiteral("/proc/self/loginuid"));
+        bool ok = false;
+        const uint login =
+            loginUid.open(QIODevice::ReadOnly) ? loginUid.readAll().trimmed().toUInt(&ok) : 0;
+        return ok && login != kNoLoginUser ? login : 0u;
+    }();
+    return user;
 }
 
 QString SwitchboardNames::busName(const QString& serviceName)

@@ -19,10 +19,12 @@ public:
     static QString systemWideServiceName();
     // "com.kestrom.switchboard.started": the distributed notice of a hub's start.
     static QString startedNotificationName();
-    // The user the process works for: its effective user, or for the super-user the user who
-    // asked for it (SUDO_UID, else PKEXEC_UID), so a privileged helper still reaches that
-    // user's hub; 0 when neither says.
+    // The user the process works for: its effective user, or for the super-user the user whose
+    // login it descends from (the kernel's login uid), so a privileged helper still reaches that
+    // user's hub; 0 when there is none. Computed once.
     static uint processUserID();
+    // The kernel's login uid of a process that no login started.
+    static constexpr uint kNoLoginUser = 0xFFFFFFFFU;
     // A dotted service name as a bus name: each element that starts with a digit gets "_".
     static QString busName(const QString& serviceName);
 };

@@ -2,6 +2,7 @@
 #include "foundation/KeyedArchive.h"
 #include "messaging/ClientIdentifier.h"
 #include "messaging/FullyQualifiedIdentifier.h"
+#include "messaging/SwitchboardNames.h"
 #include "messaging/VolumeIdentifier.h"
 
 #include <QCborArray>
@@ -12,6 +13,7 @@
 #include <QHash>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -54,6 +56,21 @@ QByteArray archivedObject(const QString& className, const QCborMap& fields)
     return QCborValue(QCborTag(27), QCborArray{className, fields}).toCbor();
 }
 } // namespace
+
+TEST(SwitchboardNames, TheUserOfAProcessComesFromTheKernelNeverFromItsEnvironment)
+{
+    qputenv("SUDO_UID", "4242");
+    qputenv("PKEXEC_UID", "4343");
+    uint expected = geteuid();
+    QFile loginUid(u"/proc/self/loginuid"_s);
+    if (expected == 0 && loginUid.open(QIODevice::ReadOnly)) {
+        expected = loginUid.readAll().trimmed().toUInt();
+        expected = expected == 0xFFFFFFFFU ? 0 : expected;
+    }
+    EXPECT_EQ(SwitchboardNames::processUserID(), expected);
+    EXPECT_EQ(SwitchboardNames::perUserServiceName(),
+              u"com.kestrom.switchboard.%1"_s.arg(expected));
+}
 
 TEST(ClientIdentifier, TheBinaryFormIsANameValueAndFourBytesAndReadsBackWhole)
 {
