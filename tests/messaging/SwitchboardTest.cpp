@@ -9,6 +9,7 @@
 #include <QDir>
 #include <QThread>
 #include <atomic>
+#include <csignal>
 #include <functional>
 #include <thread>
 
@@ -214,7 +215,7 @@ TEST_F(SwitchboardTest, ObserversAreForgottenAtExitOnlyByAHubThatRunsNeverByOneS
     service.write("[D-BUS Service]\nName=" +
                   SwitchboardNames::busName(SwitchboardNames::perUserServiceName()).toUtf8() +
                   "\nExec=/bin/sh -c \"touch '" + mark.toUtf8() +
-                  "' && exec " SWITCHBOARD_PROGRAM "\"\n");
+                  "' && exec " SWITCHBOARD_PROGRAM " >/dev/null 2>&1\"\n");
     service.close();
     const QDBusMessage reload = MessagingThread::instance().connection().call(
         QDBusMessage::createMethodCall(u"org.freedesktop.DBus"_s, u"/org/freedesktop/DBus"_s,
@@ -228,6 +229,12 @@ TEST_F(SwitchboardTest, ObserversAreForgottenAtExitOnlyByAHubThatRunsNeverByOneS
     // The bus does start it for anything else: the check above could have seen it.
     EXPECT_TRUE(switchboard->ping());
     EXPECT_TRUE(QFile::exists(mark));
+    // The bus's hub is no child of this test: it is stopped here, not left to the bus's end.
+    const QDBusReply<uint> pid = MessagingThread::instance().connection().interface()->servicePid(
+        SwitchboardNames::busName(SwitchboardNames::perUserServiceName()));
+    ASSERT_TRUE(pid.isValid());
+    ::kill(pid_t(pid.value()), SIGTERM);
+    EXPECT_TRUE(QTest::qWaitFor([] { return !hubIsServing(); }, 30000));
 }
 
 TEST_F(SwitchboardTest, AStaleKnownEndpointGivesWayToTheLiveOneWithoutALogLine)
