@@ -10,6 +10,7 @@
 
 #include <QDBusArgument>
 #include <QRegularExpression>
+#include <QTemporaryDir>
 
 using namespace Qt::StringLiterals;
 
@@ -132,6 +133,21 @@ TEST_F(MonitorEndToEndTest, ASecondMonitorBringsTheFirstForwardAndLeavesWithoutS
         [] { return logLinesContaining(u"asked to come forward by a second start"_s) == 1; },
         30000))
         << "the first one heard";
+
+    // A script asked for after both starts runs once.
+    QTemporaryDir folder;
+    const QString script = folder.filePath(u"once.sh"_s);
+    QFile file(script);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    file.write("#!/bin/sh\necho ran >> \"$0.count\"\n");
+    file.close();
+    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    auto request = ctl(words("request script --id s.once --path") << script);
+    ASSERT_TRUE(request->finished());
+    EXPECT_EQ(request->exitCode(), 0) << request->output().toStdString();
+    QFile count(script + u".count"_s);
+    ASSERT_TRUE(count.open(QIODevice::ReadOnly));
+    EXPECT_EQ(count.readAll(), QByteArray("ran\n"));
 }
 
 TEST_F(MonitorEndToEndTest, HelpAndVersionNeedNoDisplay)
