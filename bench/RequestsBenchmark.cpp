@@ -190,22 +190,21 @@ int main(int argc, char** argv)
     QCoreApplication app(argc, argv);
     QTemporaryDir files;
     qputenv("XDG_STATE_HOME", files.path().toLocal8Bit());
-    s_script = QDir(files.path()).filePath(QStringLiteral("trivial.sh"));
-    QFile script(s_script);
-    if (!script.open(QIODevice::WriteOnly)) {
+    // A script of the user's, empty when it cannot be written.
+    const auto writeScript = [&files](const QString& name, const QByteArray& body) {
+        QFile script(QDir(files.path()).filePath(name));
+        if (!script.open(QIODevice::WriteOnly) || script.write("#!/bin/sh\n" + body) < 0) {
+            return QString();
+        }
+        script.close();
+        script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        return script.fileName();
+    };
+    s_script = writeScript(QStringLiteral("trivial.sh"), "echo done\n");
+    s_leaving = writeScript(QStringLiteral("leaving.sh"), "sleep 30 &\ntouch \"$0.ended\"\n");
+    if (s_script.isEmpty() || s_leaving.isEmpty()) {
         return 1;
     }
-    script.write("#!/bin/sh\necho done\n");
-    script.close();
-    script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    s_leaving = QDir(files.path()).filePath(QStringLiteral("leaving.sh"));
-    QFile leaving(s_leaving);
-    if (!leaving.open(QIODevice::WriteOnly)) {
-        return 1;
-    }
-    leaving.write("#!/bin/sh\nsleep 30 &\ntouch \"$0.ended\"\n");
-    leaving.close();
-    leaving.setPermissions(script.permissions());
     QProcess store;
     store.start(QStringLiteral("secret-tool"),
                 {QStringLiteral("store"), QStringLiteral("--label=bench"),
