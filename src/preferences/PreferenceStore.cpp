@@ -141,6 +141,12 @@ QString PreferenceStore::filePath(const QString& domain) const
     return m_folder + QLatin1Char('/') + domain + QStringLiteral(".plist");
 }
 
+void PreferenceStore::setRecheckInterval(std::chrono::milliseconds interval)
+{
+    QMutexLocker locker(&m_mutex);
+    m_recheckInterval = interval;
+}
+
 void PreferenceStore::setLockTimeout(std::chrono::milliseconds timeout)
 {
     QMutexLocker locker(&m_flushMutex);
@@ -318,8 +324,13 @@ PreferenceStore::Domain& PreferenceStore::loadedDomain(const QString& domain,
     Domain& entry = m_domains[domain];
     // Other processes write their domains too: a file that changed since it was read is read
     // again, with this process's pending changes laid over it.
-    if (!entry.loaded || signatureOf(filePath(domain)) != entry.signature) {
+    const bool due =
+        !entry.checked.isValid() || entry.checked.elapsed() >= m_recheckInterval.count();
+    if (!entry.loaded || (due && signatureOf(filePath(domain)) != entry.signature)) {
         *logLine = adopt(entry, domain, readFile(domain));
+    }
+    if (due) {
+        entry.checked.start();
     }
     return entry;
 }

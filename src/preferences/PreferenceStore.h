@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QHash>
 #include <QMutex>
 #include <QString>
@@ -17,6 +18,9 @@ class PreferenceStore
 {
 public:
     static constexpr std::chrono::milliseconds kDefaultLockTimeout{10'000};
+    // A stat costs more than a cached read many times over: a domain's file is looked at again
+    // at most this often.
+    static constexpr std::chrono::milliseconds kDefaultRecheckInterval{250};
 
     // An empty folder means $XDG_CONFIG_HOME/Kestrom (~/.config/Kestrom without the variable),
     // looked up now.
@@ -29,6 +33,9 @@ public:
     QString filePath(const QString& domain) const;
     // How long a flush waits for another process's lock on the domain before giving up.
     void setLockTimeout(std::chrono::milliseconds timeout);
+    // How long a read trusts the cache before it looks whether another process changed the
+    // file; 0 looks at every read.
+    void setRecheckInterval(std::chrono::milliseconds interval);
 
     // An invalid QVariant when absent.
     QVariant value(const QString& key, const QString& domain);
@@ -70,6 +77,7 @@ private:
         QVariantMap salvaged;
         std::optional<size_t> loggedDamage;
         FileSignature signature; // of the file as last read
+        QElapsedTimer checked;   // since the signature was last compared
     };
 
     struct FileState;
@@ -89,4 +97,5 @@ private:
     QHash<QString, Domain> m_domains;
     quint64 m_lastSerial = 0;
     std::chrono::milliseconds m_lockTimeout = kDefaultLockTimeout;
+    std::chrono::milliseconds m_recheckInterval = kDefaultRecheckInterval;
 };

@@ -80,6 +80,7 @@ TEST_F(PreferenceStoreTest, AnotherStoresKeysWrittenBetweenTwoFlushesSurvive)
 {
     PreferenceStore mine(folder());
     PreferenceStore theirs(folder());
+    mine.setRecheckInterval(std::chrono::milliseconds(0));
     mine.setValue(u"mine"_s, 1, kDomain);
     mine.setValue(u"shared"_s, u"mine"_s, kDomain);
     // Writes stay in memory until synchronized.
@@ -196,13 +197,22 @@ TEST_F(PreferenceStoreTest, AnUnreadableFileIsLeftAloneUntilAWriteKeepsWhatCanBe
 TEST_F(PreferenceStoreTest, ADomainAnotherProcessWroteIsReadAgainAndNeverBlocksLaterFlushes)
 {
     PreferenceStore reader(folder());
+    PreferenceStore trusting(folder());
     PreferenceStore other(folder());
+    reader.setRecheckInterval(std::chrono::milliseconds(0));
+    trusting.setRecheckInterval(std::chrono::hours(1));
     other.setValue(u"KSUseSchedulerDaemon"_s, false, kDomain);
     ASSERT_TRUE(other.synchronize(kDomain));
     EXPECT_EQ(reader.value(u"KSUseSchedulerDaemon"_s, kDomain), QVariant(false));
+    EXPECT_EQ(trusting.value(u"KSUseSchedulerDaemon"_s, kDomain), QVariant(false));
     other.setValue(u"KSUseSchedulerDaemon"_s, true, kDomain);
     ASSERT_TRUE(other.synchronize(kDomain));
     EXPECT_EQ(reader.value(u"KSUseSchedulerDaemon"_s, kDomain), QVariant(true)) << "not stale";
+    // Within its interval a read trusts the cache and costs no look at the file; a flush
+    // reads the file anyway.
+    EXPECT_EQ(trusting.value(u"KSUseSchedulerDaemon"_s, kDomain), QVariant(false));
+    ASSERT_TRUE(trusting.synchronize(kDomain));
+    EXPECT_EQ(trusting.value(u"KSUseSchedulerDaemon"_s, kDomain), QVariant(true));
 
     // A value no file can hold is refused, and the next good one still reaches the file.
     EXPECT_FALSE(reader.setValue(u"note"_s, QString(u"a\0b"_s), kDomain));
