@@ -197,6 +197,13 @@ TEST_F(RequestsEndToEndTest, PeersOfAnotherUserAreRefused)
     const QString started = knock(listener.service(), listener.path(),
                                   u"com.kestrom.CommandListenerMessaging.commandStarted"_s);
     EXPECT_TRUE(started.contains(u"AccessDenied"_s)) << started.toStdString();
+    // So does the desktop's activation, which only the monitor's own second start may use.
+    ChildProcess activate(u"setpriv"_s, words("--reuid=65534 --regid=65534 --clear-groups gdbus "
+                                              "call --session --dest com.kestrom.monitor "
+                                              "--object-path /com/kestrom/monitor --method "
+                                              "org.freedesktop.Application.Activate {}"));
+    ASSERT_TRUE(activate.finished(30000));
+    EXPECT_TRUE(activate.output().contains(u"AccessDenied"_s)) << activate.output().toStdString();
     EXPECT_EQ(logLinesContaining(u"a peer of uid 65534"_s), 3);
 }
 

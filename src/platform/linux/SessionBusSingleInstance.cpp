@@ -1,5 +1,7 @@
 #include "platform/linux/SessionBusSingleInstance.h"
 
+#include "platform/PeerUser.h"
+
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 
@@ -52,5 +54,13 @@ bool SessionBusSingleInstance::activateOwner() const
 
 void SessionBusSingleInstance::Activate(const QVariantMap& /*platformData*/)
 {
+    if (calledFromDBus()) {
+        const std::optional<uint> uid = PeerUser::uidOf(connection(), message().service());
+        if (!uid || !PeerUser::allowsUid(*uid)) {
+            sendErrorReply(QDBusError::AccessDenied,
+                           QStringLiteral("%1 answers only peers of its own user").arg(m_name));
+            return;
+        }
+    }
     Q_EMIT activationRequested();
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDBusConnection>
+#include <QDBusContext>
 #include <QObject>
 #include <QVariantMap>
 
@@ -8,7 +9,7 @@
 // name on the session bus. The name is claimed without queueing, before anything else is
 // offered to peers, so a second start learns at once that it is not wanted. The owner answers
 // the desktop's standard activation, which the second start uses to bring it forward.
-class SessionBusSingleInstance : public QObject
+class SessionBusSingleInstance : public QObject, protected QDBusContext
 {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Application")
@@ -31,6 +32,8 @@ Q_SIGNALS:
     void activationRequested();
 
 public Q_SLOTS:
+    // Only this user's peers (or the super-user) may bring the window forward, as for every
+    // other object the process serves.
     void Activate(const QVariantMap& platformData);
 
 private:
