@@ -372,10 +372,12 @@ bool MonitorApplicationDelegate::setComponentPreferenceValue(const QVariant& val
                                                              const QString& key)
 {
     const QByteArray property = componentPreferenceProperties().value(key);
-    const std::optional<QVariant> fitting =
-        property.isEmpty() ? std::optional<QVariant>(value) : propertyValue(property, value);
+    std::optional<QVariant> fitting;
+    if (MonitorDefaults::canHold(key, value)) {
+        fitting = property.isEmpty() ? value : propertyValue(property, value);
+    }
     // A value its key cannot hold changes nothing, and the peer hears NO.
-    if (!fitting || !MonitorDefaults::canHold(key, value)) {
+    if (!fitting) {
         Logger::log(3, QStringLiteral("Preference “%1” not set: a %2 value does not fit it")
                            .arg(key, value.isValid() ? QString::fromLatin1(value.typeName())
                                                      : QStringLiteral("nil")));
@@ -392,21 +394,21 @@ bool MonitorApplicationDelegate::setComponentPreferenceValue(const QVariant& val
 std::optional<QVariant> MonitorApplicationDelegate::propertyValue(const QByteArray& property,
                                                                   const QVariant& value) const
 {
+    // The key's kind is checked already; a property has no form for nil, and an int property
+    // holds 32 bits only.
+    if (!value.isValid()) {
+        return std::nullopt;
+    }
     const QMetaProperty target =
         metaObject()->property(metaObject()->indexOfProperty(property.constData()));
-    const PropertyList::Kind kind = PropertyList::kindOf(value);
-    if (target.metaType() == QMetaType::fromType<bool>()) {
-        return kind == PropertyList::Kind::Boolean ? std::optional<QVariant>(value.toBool())
-                                                   : std::nullopt;
+    if (target.metaType() != QMetaType::fromType<int>()) {
+        return value;
     }
-    if (target.metaType() == QMetaType::fromType<int>() && kind == PropertyList::Kind::Integer) {
-        const std::optional<qint64> number = PropertyList::integerValue(value);
-        if (number && *number >= INT_MIN && *number <= INT_MAX &&
-            value.metaType().id() != QMetaType::ULongLong) {
-            return QVariant(int(*number));
-        }
+    const std::optional<qint64> number = PropertyList::integerValue(value);
+    if (!number || *number < INT_MIN || *number > INT_MAX) {
+        return std::nullopt;
     }
-    return std::nullopt;
+    return QVariant(int(*number));
 }
 
 QVariant MonitorApplicationDelegate::componentPreferenceForKey(const QString& key) const

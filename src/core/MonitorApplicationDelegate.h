@@ -140,7 +140,8 @@ Q_SIGNALS:
     void regularAppModeChanged();
 
 private:
-    // The value as the property's own type, or nothing when it has no such form.
+    // The value as the property's own type (its kind already checked), or nothing when it has
+    // no such form.
     std::optional<QVariant> propertyValue(const QByteArray& property, const QVariant& value) const;
 
     void finishTermination(int status);

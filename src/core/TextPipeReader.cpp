@@ -128,19 +128,22 @@ void TextPipeReader::startReading()
     });
 }
 
-QStringList TextPipeReader::lines()
+template <typename Read> auto TextPipeReader::whenFinished(Read read) -> decltype(read())
 {
     if (!m_started) {
         return {};
     }
     std::unique_lock lock(m_shared->mutex);
     m_shared->done.wait(lock, [this] { return m_shared->finished; });
-    return m_shared->lines;
+    return read();
+}
+
+QStringList TextPipeReader::lines()
+{
+    return whenFinished([this] { return m_shared->lines; });
 }
 
 quint64 TextPipeReader::droppedBytes()
 {
-    lines();
-    std::lock_guard lock(m_shared->mutex);
-    return m_shared->dropped;
+    return whenFinished([this] { return m_shared->dropped; });
 }

@@ -43,6 +43,8 @@ private:
     struct Shared;
 
     void makePipe();
+    // Waits until reading has finished, then reads under the lock.
+    template <typename Read> auto whenFinished(Read read) -> decltype(read());
     QString decode(const QByteArray& buffer) const;
 
     std::shared_ptr<Shared> m_shared;

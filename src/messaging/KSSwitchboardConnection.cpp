@@ -12,16 +12,6 @@
 
 namespace {
 std::atomic<quint64> s_anonymousObservers{0};
-
-QString privateInterface()
-{
-    return InterfaceNames::kSwitchboardingPrivate;
-}
-
-QString publicInterface()
-{
-    return InterfaceNames::kSwitchboarding;
-}
 } // namespace
 
 KSSwitchboardConnection::KSSwitchboardConnection()
@@ -71,7 +61,7 @@ std::vector<KSConnection::Candidate> KSSwitchboardConnection::makeConnections()
 void KSSwitchboardConnection::setupProxy(const std::shared_ptr<RemoteProxy>& proxy)
 {
     KSConnection::setupProxy(proxy);
-    proxy->send(privateInterface(), QStringLiteral("setUser"),
+    proxy->send(InterfaceNames::kSwitchboardingPrivate, QStringLiteral("setUser"),
                 {QVariant::fromValue(SwitchboardNames::processUserID())});
     m_subscriber->reregisterObserversWithSwitchboard(*proxy);
 }
@@ -91,15 +81,16 @@ void KSSwitchboardConnection::disconnectInternal(const Candidate& dropped)
 void KSSwitchboardConnection::forgetObserversAt(const Candidate& hub)
 {
     if (hub) {
-        hub->remoteObjectProxy({})->send(privateInterface(), QStringLiteral("removeAllObservers"),
-                                         {}, RemoteProxy::Activation::Never);
+        hub->remoteObjectProxy({})->send(InterfaceNames::kSwitchboardingPrivate,
+                                         QStringLiteral("removeAllObservers"), {},
+                                         RemoteProxy::Activation::Never);
     }
 }
 
 void KSSwitchboardConnection::sendPrivate(const QString& member, const QVariantList& arguments)
 {
     if (const auto proxy = serviceProxy()) {
-        proxy->send(privateInterface(), member, arguments);
+        proxy->send(InterfaceNames::kSwitchboardingPrivate, member, arguments);
     }
 }
 
@@ -167,7 +158,7 @@ void KSSwitchboardConnection::addObserverWhenName(const QString& observer,
         if (!proxy) {
             return;
         }
-        proxy->call(publicInterface(), QStringLiteral("queryEndpointForIdentifier"),
+        proxy->call(InterfaceNames::kSwitchboarding, QStringLiteral("queryEndpointForIdentifier"),
                     {publishedName}, [isPublished](const QDBusMessage& reply) {
                         const auto endpoint = qdbus_cast<Endpoint>(reply.arguments().value(0));
                         if (!endpoint.isNone()) {
@@ -198,7 +189,7 @@ void KSSwitchboardConnection::postNotification(const QString& name, const QStrin
                                                const QVariantMap& info)
 {
     if (const auto proxy = serviceProxy()) {
-        proxy->send(publicInterface(), QStringLiteral("postNotificationName"),
+        proxy->send(InterfaceNames::kSwitchboarding, QStringLiteral("postNotificationName"),
                     {name, source, SerializableDictionaryAdditions::archivedDictionary(info)});
     }
 }
