@@ -217,10 +217,13 @@ TEST_F(SwitchboardTest, ObserversAreForgottenAtExitOnlyByAHubThatRunsNeverByOneS
                   "\nExec=/bin/sh -c \"touch '" + mark.toUtf8() +
                   "' && exec " SWITCHBOARD_PROGRAM " >/dev/null 2>&1\"\n");
     service.close();
-    const QDBusMessage reload = MessagingThread::instance().connection().call(
-        QDBusMessage::createMethodCall(u"org.freedesktop.DBus"_s, u"/org/freedesktop/DBus"_s,
-                                       u"org.freedesktop.DBus"_s, u"ReloadConfig"_s));
-    ASSERT_EQ(reload.type(), QDBusMessage::ReplyMessage) << reload.errorMessage().toStdString();
+    const auto reloadServices = [] {
+        const QDBusMessage reload = MessagingThread::instance().connection().call(
+            QDBusMessage::createMethodCall(u"org.freedesktop.DBus"_s, u"/org/freedesktop/DBus"_s,
+                                           u"org.freedesktop.DBus"_s, u"ReloadConfig"_s));
+        return reload.type() == QDBusMessage::ReplyMessage;
+    };
+    ASSERT_TRUE(reloadServices());
     killHub();
     ASSERT_TRUE(QTest::qWaitFor([&] { return !switchboard->connected(); }, 30000));
 
@@ -229,12 +232,17 @@ TEST_F(SwitchboardTest, ObserversAreForgottenAtExitOnlyByAHubThatRunsNeverByOneS
     // The bus does start it for anything else: the check above could have seen it.
     EXPECT_TRUE(switchboard->ping());
     EXPECT_TRUE(QFile::exists(mark));
-    // The bus's hub is no child of this test: it is stopped here, not left to the bus's end.
+    // The bus's hub is no child of this test: it is stopped here, not left to the bus's end,
+    // and nothing may start another. The last ping also waits out the reconnection that the
+    // hub's start notice set off, so no call is still on its way when the test ends.
+    ASSERT_TRUE(service.remove());
+    ASSERT_TRUE(reloadServices());
     const QDBusReply<uint> pid = MessagingThread::instance().connection().interface()->servicePid(
         SwitchboardNames::busName(SwitchboardNames::perUserServiceName()));
     ASSERT_TRUE(pid.isValid());
     ::kill(pid_t(pid.value()), SIGTERM);
     EXPECT_TRUE(QTest::qWaitFor([] { return !hubIsServing(); }, 30000));
+    EXPECT_FALSE(switchboard->ping());
 }
 
 TEST_F(SwitchboardTest, AStaleKnownEndpointGivesWayToTheLiveOneWithoutALogLine)
