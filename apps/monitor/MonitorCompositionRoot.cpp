@@ -11,6 +11,7 @@
 #include "platform/linux/DBusUserNotificationCenter.h"
 #include "platform/linux/DesktopApplicationSession.h"
 #include "platform/linux/LibsecretSecretStore.h"
+#include "platform/linux/MountTable.h"
 #include "platform/linux/ProcMountTableWatcher.h"
 #include "platform/linux/SessionBusApplicationWatcher.h"
 #include "platform/linux/UnityLauncherDockBadge.h"
@@ -69,7 +70,7 @@ std::unique_ptr<DesktopEvents>
 MonitorCompositionRoot::makeDesktopEvents(RecentArchives& recentArchives) const
 {
     SessionDesktopEvents::Services services;
-    services.volumes = std::make_unique<ProcMountTableWatcher>();
+    services.volumes = std::make_unique<ProcMountTableWatcher>(MountTable::kMountInfoPath);
     services.applications = std::make_unique<SessionBusApplicationWatcher>();
     services.dockBadge =
         std::make_unique<UnityLauncherDockBadge>(QStringLiteral("com.kestrom.monitor.desktop"));

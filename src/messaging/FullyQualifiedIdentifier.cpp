@@ -4,7 +4,7 @@
 #include "foundation/KeyedArchive.h"
 #include "foundation/KeyedDecoder.h"
 #include "messaging/ClientIdentifier.h"
-#include "messaging/MountTable.h"
+#include "platform/linux/MountTable.h"
 #include "messaging/NodeIdentifier.h"
 #include "messaging/VolumeIdentifier.h"
 

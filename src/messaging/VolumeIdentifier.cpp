@@ -4,44 +4,13 @@
 #include "foundation/KeyedArchive.h"
 #include "foundation/KeyedDecoder.h"
 
-#include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QHash>
 #include <array>
 #include <cstring>
-#include <sys/stat.h>
 #include <sys/statfs.h>
-#include <sys/sysmacros.h>
 
 namespace {
-// The by-uuid folder holds one link per UUID to the device node. A link is matched by the
-// device number, which survives renamed nodes (/dev/root, device-mapper names), or else by
-// the node's path, for file systems that report an anonymous device number (btrfs).
-QString uuidForMount(const MountTable::Mount& mount, const QString& uuidFolder)
-{
-    const QString source = mount.source.startsWith(QLatin1Char('/'))
-                               ? QFileInfo(mount.source).canonicalFilePath()
-                               : QString();
-    const dev_t device = makedev(mount.major, mount.minor);
-    const QDir folder(uuidFolder);
-    const QStringList names = folder.entryList(
-        QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
-    for (const QString& name : names) {
-        const QString link = folder.filePath(name);
-        struct stat node
-        {};
-        if (mount.major != 0 && ::stat(QFile::encodeName(link).constData(), &node) == 0 &&
-            S_ISBLK(node.st_mode) && node.st_rdev == device) {
-            return name;
-        }
-        if (!source.isEmpty() && QFileInfo(link).canonicalFilePath() == source) {
-            return name;
-        }
-    }
-    return {};
-}
-
 // Hex of both words of f_fsid, empty when the kernel has none for this file system.
 QString fileSystemIdOf(const QString& mountPoint)
 {
@@ -87,7 +56,7 @@ VolumeIdentifier VolumeIdentifier::volumeIdentifierForPath(const QString& path)
 VolumeIdentifier VolumeIdentifier::volumeIdentifierForMount(const MountTable::Mount& mount,
                                                             const QString& uuidFolder)
 {
-    if (const QString uuid = uuidForMount(mount, uuidFolder); !uuid.isEmpty()) {
+    if (const QString uuid = MountTable::deviceLinkName(mount, uuidFolder); !uuid.isEmpty()) {
         return {uuid, Kind::Uuid, mount.mountPoint};
     }
     if (const QString fsid = fileSystemIdOf(mount.mountPoint); !fsid.isEmpty()) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "messaging/MountTable.h"
+#include "platform/linux/MountTable.h"
 
 #include <QMetaType>
 #include <QString>

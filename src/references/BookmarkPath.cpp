@@ -85,7 +85,7 @@ std::optional<BookmarkPath::Record> makeRecord(const QUrl& url, const QStringLis
         return std::nullopt;
     }
     const auto catalog = VolumeCatalog::shared();
-    const auto mount = catalog->mountHolding(path, quint64(status.st_dev));
+    const auto mount = catalog->mountHolding(path, MountTable::mountIdOf(path));
     if (!mount) {
         if (error) {
             *error = makeError(Error::kPOSIXDomain, ENODEV,
@@ -98,7 +98,8 @@ std::optional<BookmarkPath::Record> makeRecord(const QUrl& url, const QStringLis
                                                      *catalog, keysToRecord(keys));
     record.inode = quint64(status.st_ino);
     record.birthTime = VolumeSearch::birthTimeOf(path);
-    record.device = quint64(status.st_dev);
+    // The mount's own number, not stat()'s: on btrfs they differ.
+    record.device = mount->device();
     record.mountPoint = mount->mountPoint;
     return record;
 }
@@ -112,7 +113,7 @@ QList<VolumeCatalog::Mount> candidateMounts(const BookmarkPath::Record& record)
     if (uuid.isEmpty()) {
         // Without a UUID only the same device at the same place is surely the same volume.
         for (const auto& mount : catalog->mounts()) {
-            if (mount.mountPoint == record.mountPoint && mount.device == record.device) {
+            if (mount.mountPoint == record.mountPoint && mount.device() == record.device) {
                 mounts.append(mount);
             }
         }
@@ -206,7 +207,8 @@ QUrl BookmarkPath::resolveQuietly()
         VolumeSearch search;
         for (const auto& mount : candidateMounts(recorded)) {
             const auto found = search.find(
-                mount.mountPoint, {mount.device, recorded.inode, recorded.birthTime}, relative);
+                mount.mountPoint, {mount.id, mount.device(), recorded.inode, recorded.birthTime},
+                relative);
             if (!found) {
                 continue;
             }

@@ -37,7 +37,7 @@ QVariantMap ResourceValues::valuesForKeys(const QUrl& url, const QStringList& ke
     const auto catalog = VolumeCatalog::shared();
     const QString canonical = QFileInfo(path).canonicalFilePath();
     const auto mount =
-        catalog->mountHolding(canonical.isEmpty() ? path : canonical, quint64(status.st_dev));
+        catalog->mountHolding(canonical.isEmpty() ? path : canonical, MountTable::mountIdOf(path));
     // A file outside every known mount still has its own names.
     const VolumeCatalog::Mount none;
     return valuesForFile(path, S_ISDIR(status.st_mode), mount ? *mount : none, *catalog, keys);

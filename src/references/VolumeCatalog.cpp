@@ -22,17 +22,18 @@ bool isBelow(const QString& path, const QString& mountPoint)
 VolumeCatalog::~VolumeCatalog() = default;
 
 std::optional<VolumeCatalog::Mount> VolumeCatalog::mountHolding(const QString& canonicalPath,
-                                                                quint64 device) const
+                                                                std::optional<int> mountId) const
 {
-    // The file system's own mount holds the file; among those, the deepest, and the one
-    // mounted last where two share a place.
+    // The mount the kernel names holds the file; else the deepest, and the one mounted last
+    // where two share a place.
     std::optional<Mount> best;
     std::pair<bool, qsizetype> bestRank;
     for (const Mount& mount : mounts()) {
         if (!isBelow(canonicalPath, mount.mountPoint)) {
             continue;
         }
-        const std::pair<bool, qsizetype> rank(mount.device == device, mount.mountPoint.size());
+        const std::pair<bool, qsizetype> rank(mountId && mount.id == *mountId,
+                                              mount.mountPoint.size());
         if (!best || rank >= bestRank) {
             best = mount;
             bestRank = rank;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/linux/MountTable.h"
+
 #include <QList>
 #include <QString>
 #include <memory>
@@ -11,14 +13,7 @@
 class VolumeCatalog
 {
 public:
-    struct Mount
-    {
-        QString mountPoint;
-        // The device number that stat() reports for files on the mount.
-        quint64 device = 0;
-        QString source;
-        QString fileSystemType;
-    };
+    using Mount = MountTable::Mount;
 
     VolumeCatalog() = default;
     VolumeCatalog(const VolumeCatalog&) = delete;
@@ -33,9 +28,11 @@ public:
     // The file system's label; empty when it has none.
     virtual QString labelOf(const Mount& mount) const = 0;
 
-    // The mount that holds the path (absolute, without symbolic links) on that device: the
-    // deepest mount point above it, preferring one of the same device.
-    std::optional<Mount> mountHolding(const QString& canonicalPath, quint64 device) const;
+    // The mount that holds the path (absolute, without symbolic links): the one with the
+    // kernel's mount ID of the file (MountTable::mountIdOf), else the deepest mount point
+    // above it.
+    std::optional<Mount> mountHolding(const QString& canonicalPath,
+                                      std::optional<int> mountId) const;
     // Where the volume with that UUID is mounted now; several places for a bind mount.
     QList<Mount> mountsOfVolume(const QString& uuid) const;
     // The mount point's last component; for the root, the file system's label if it has one.

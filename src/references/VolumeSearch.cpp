@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace {
@@ -18,6 +19,14 @@ const QString kArchiveSuffix = QStringLiteral(".stromi");
 QString childPath(const QString& folder, const QString& name)
 {
     return folder.endsWith(QLatin1Char('/')) ? folder + name : folder + QLatin1Char('/') + name;
+}
+
+qint64 birthTimeIn(const struct statx& status)
+{
+    if (!(status.stx_mask & STATX_BTIME)) {
+        return 0;
+    }
+    return qint64(status.stx_btime.tv_sec) * 1000000000 + qint64(status.stx_btime.tv_nsec);
 }
 
 // Closes the directory stream when the scope ends.
@@ -65,23 +74,39 @@ std::optional<QString> VolumeSearch::find(const QString& mountPoint, const Targe
     return walk(mountPoint, target);
 }
 
+bool VolumeSearch::isOnVolume(int folder, const char* name, int flags, const Target& target,
+                              struct statx* status)
+{
+    if (::statx(folder, name, flags, STATX_INO | STATX_MNT_ID | STATX_BTIME, status) != 0) {
+        return false;
+    }
+    // stat()'s device of a btrfs subvolume is none of the mount's: the mount ID is what
+    // tells whether a file is on the mount.
+    if (target.mountId >= 0 && (status->stx_mask & STATX_MNT_ID)) {
+        return status->stx_mnt_id == quint64(target.mountId);
+    }
+    return quint64(makedev(status->stx_dev_major, status->stx_dev_minor)) == target.device;
+}
+
 bool VolumeSearch::isTarget(const QString& path, const Target& target)
 {
-    struct stat status = {};
-    return ::lstat(QFile::encodeName(path).constData(), &status) == 0 &&
-           quint64(status.st_ino) == target.inode && quint64(status.st_dev) == target.device &&
-           (target.birthTime == 0 || birthTimeOf(path) == target.birthTime);
+    struct statx status = {};
+    if (!isOnVolume(AT_FDCWD, QFile::encodeName(path).constData(), AT_SYMLINK_NOFOLLOW, target,
+                    &status) ||
+        status.stx_ino != target.inode) {
+        return false;
+    }
+    return target.birthTime == 0 || birthTimeIn(status) == target.birthTime;
 }
 
 qint64 VolumeSearch::birthTimeOf(const QString& path)
 {
     struct statx status = {};
     if (::statx(AT_FDCWD, QFile::encodeName(path).constData(), AT_SYMLINK_NOFOLLOW, STATX_BTIME,
-                &status) != 0 ||
-        !(status.stx_mask & STATX_BTIME)) {
+                &status) != 0) {
         return 0;
     }
-    return qint64(status.stx_btime.tv_sec) * 1000000000 + qint64(status.stx_btime.tv_nsec);
+    return birthTimeIn(status);
 }
 
 std::optional<QString> VolumeSearch::searchFolder(const QString& folder, const Target& target,
@@ -91,11 +116,12 @@ std::optional<QString> VolumeSearch::searchFolder(const QString& folder, const T
     if (!dir) {
         return std::nullopt;
     }
-    struct stat status = {};
+    struct statx onVolume = {};
     // Another file system mounted inside the volume is not part of it.
-    if (::fstat(::dirfd(dir.get()), &status) != 0 || quint64(status.st_dev) != target.device) {
+    if (!isOnVolume(::dirfd(dir.get()), "", AT_EMPTY_PATH, target, &onVolume)) {
         return std::nullopt;
     }
+    struct stat status = {};
     while (m_entriesRead < m_limits.maxEntries) {
         const dirent* entry = ::readdir(dir.get());
         if (!entry) {

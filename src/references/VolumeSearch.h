@@ -20,9 +20,11 @@ public:
         qint64 maxEntries = 100000;
     };
 
-    // What is looked for: the entry with that inode and, unless 0, that birth time.
+    // What is looked for: the entry with that inode and, unless 0, that birth time, on the
+    // mount with that ID (on that device where the kernel gives no mount IDs).
     struct Target
     {
+        int mountId = -1;
         quint64 device = 0;
         quint64 inode = 0;
         qint64 birthTime = 0;
@@ -47,6 +49,9 @@ public:
 
 private:
     static bool isTarget(const QString& path, const Target& target);
+    // Whether a file is on the target's volume; its inode and birth time are filled in.
+    static bool isOnVolume(int folder, const char* name, int flags, const Target& target,
+                           struct statx* status);
     // The entry with the inode among those of the folder; subfolders worth walking are added
     // to `folders` when given.
     std::optional<QString> searchFolder(const QString& folder, const Target& target,

@@ -174,7 +174,9 @@ TEST_F(DesktopEventsTest, VolumesAndApplicationsArePostedAndPassedOn)
               }));
 }
 
-TEST(ProcMountTableWatcherTest, ReportsMountPointsThatComeAndGo)
+// Only what a person calls a disk is a volume: sandboxes, containers and package images mount
+// file systems all the time.
+TEST(ProcMountTableWatcherTest, ReportsDisksThatComeAndGo)
 {
     QTemporaryDir dir;
     const QString path = dir.filePath(u"mountinfo"_s);
@@ -191,8 +193,15 @@ TEST(ProcMountTableWatcherTest, ReportsMountPointsThatComeAndGo)
                           [&events](const QString& p) { events << u'-' + p; });
     write("22 1 8:1 / / rw - ext4 /dev/sda1 rw\n"
           "41 22 8:33 / /media/u/Backup\\040Disk rw - vfat /dev/sdc1 rw\n"
+          "42 22 0:50 / /srv/nas rw - nfs4 nas:/export rw\n"
+          "43 22 0:51 / /media/u/Pool rw - btrfs /dev/sdd rw\n"
+          "44 22 7:3 / /snap/core/1 ro - squashfs /dev/loop3 ro\n"
+          "45 22 0:52 / /var/lib/c/merged rw - overlay overlay rw\n"
+          "46 22 0:53 / /run/user/0/doc rw - fuse.portal portal rw\n"
+          "47 22 0:54 / /tmp/sandbox rw - tmpfs tmpfs rw\n"
           "truncated line\n");
     watcher.rescan();
     watcher.rescan();
-    EXPECT_EQ(events, (QStringList{u"-/media/u/Old"_s, u"+/media/u/Backup Disk"_s}));
+    EXPECT_EQ(events, (QStringList{u"-/media/u/Old"_s, u"+/media/u/Backup Disk"_s, u"+/srv/nas"_s,
+                                   u"+/media/u/Pool"_s}));
 }

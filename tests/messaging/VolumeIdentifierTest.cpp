@@ -2,7 +2,7 @@
 
 #include "exception/KSException.h"
 #include "foundation/KeyedArchive.h"
-#include "messaging/MountTable.h"
+#include "platform/linux/MountTable.h"
 
 #include <QCborArray>
 #include <QCborMap>

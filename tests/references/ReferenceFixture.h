@@ -25,9 +25,6 @@ protected:
     {
         ASSERT_TRUE(m_dir.isValid());
         m_root = QFileInfo(m_dir.path()).canonicalFilePath();
-        struct stat status = {};
-        ASSERT_EQ(::stat(QFile::encodeName(m_root).constData(), &status), 0);
-        m_device = quint64(status.st_dev);
         VolumeCatalog::setShared(m_catalog);
         mount(QStringLiteral("Disk"), QStringLiteral("VOL-1"));
         m_logger = RecordingLogger::install();
@@ -52,9 +49,7 @@ protected:
     {
         const QString point = at(relative);
         QDir().mkpath(point);
-        m_catalog->setMounts(
-            {{point, m_device, QStringLiteral("/dev/fake"), QStringLiteral("ext4")}},
-            {{point, uuid}});
+        m_catalog->setMounts({FakeVolumeCatalog::mountAt(point)}, {{point, uuid}});
     }
 
     QString at(const QString& relative) const { return m_root + QLatin1Char('/') + relative; }
@@ -73,7 +68,6 @@ protected:
 
     QTemporaryDir m_dir;
     QString m_root;
-    quint64 m_device = 0;
     std::shared_ptr<FakeVolumeCatalog> m_catalog = std::make_shared<FakeVolumeCatalog>();
     std::shared_ptr<RecordingLogger> m_logger;
 };

@@ -17,9 +17,6 @@ protected:
     void SetUp() override
     {
         StatusFixture::SetUp();
-        struct stat status = {};
-        ASSERT_EQ(::stat(QFile::encodeName(m_root).constData(), &status), 0);
-        m_device = quint64(status.st_dev);
         VolumeCatalog::setShared(m_catalog);
         setMounted(true);
         m_history = std::make_unique<RecentCaptures>(QString(), [this] { return m_now; });
@@ -35,10 +32,9 @@ protected:
     {
         const QString disk = at(u"Disk"_s);
         QDir().mkpath(disk);
-        m_catalog->setMounts(
-            mounted ? QList<VolumeCatalog::Mount>{{disk, m_device, u"/dev/fake"_s, u"ext4"_s}}
-                    : QList<VolumeCatalog::Mount>{},
-            {{disk, u"VOL-1"_s}});
+        m_catalog->setMounts(mounted ? QList<VolumeCatalog::Mount>{FakeVolumeCatalog::mountAt(disk)}
+                                     : QList<VolumeCatalog::Mount>{},
+                             {{disk, u"VOL-1"_s}});
     }
 
     // An archive captured `age` seconds ago whose outline holds those paths below "Disk".
@@ -86,7 +82,6 @@ protected:
         return namesOf(m_history->findRepositoriesForItems(paths));
     }
 
-    quint64 m_device = 0;
     std::shared_ptr<FakeVolumeCatalog> m_catalog = std::make_shared<FakeVolumeCatalog>();
     std::unique_ptr<RecentCaptures> m_history;
 };

@@ -1,34 +1,13 @@
 #include "platform/linux/ProcMountTableWatcher.h"
 
+#include "platform/linux/MountTable.h"
+
 #include <QSet>
 #include <QSocketNotifier>
 #include <cerrno>
 #include <fcntl.h>
 #include <unistd.h>
 #include <utility>
-
-namespace {
-// Fields are separated by spaces; a space, tab, newline or backslash inside a path is
-// written as a backslash and three octal digits.
-QString unescapeField(const QByteArray& field)
-{
-    QByteArray path;
-    path.reserve(field.size());
-    for (qsizetype at = 0; at < field.size(); ++at) {
-        if (field[at] == '\\' && at + 3 < field.size()) {
-            bool ok = false;
-            const int code = field.mid(at + 1, 3).toInt(&ok, 8);
-            if (ok) {
-                path.append(char(code));
-                at += 3;
-                continue;
-            }
-        }
-        path.append(field[at]);
-    }
-    return QString::fromUtf8(path);
-}
-} // namespace
 
 ProcMountTableWatcher::ProcMountTableWatcher(const QString& path, QObject* parent)
     : QObject(parent)
@@ -101,16 +80,11 @@ QStringList ProcMountTableWatcher::mountPoints(const QByteArray& table)
 {
     QStringList points;
     QSet<QString> seen;
-    for (const QByteArray& line : table.split('\n')) {
-        // id, parent id, major:minor, root, mount point, ...
-        const QList<QByteArray> fields = line.split(' ');
-        if (fields.size() < 5) {
-            continue;
-        }
-        const QString point = unescapeField(fields.at(4));
-        if (!seen.contains(point)) {
-            seen.insert(point);
-            points.append(point);
+    const MountTable parsed = MountTable::fromMountInfo(table);
+    for (const MountTable::Mount& mount : parsed.mounts()) {
+        if (mount.isDisk() && !seen.contains(mount.mountPoint)) {
+            seen.insert(mount.mountPoint);
+            points.append(mount.mountPoint);
         }
     }
     return points;

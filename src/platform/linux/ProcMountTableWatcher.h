@@ -13,16 +13,15 @@ class ProcMountTableWatcher final : public QObject, public MountTableWatcher
 {
     Q_OBJECT
 public:
-    static inline const QString kMountInfoPath = QStringLiteral("/proc/self/mountinfo");
-
-    explicit ProcMountTableWatcher(const QString& path = kMountInfoPath, QObject* parent = nullptr);
+    explicit ProcMountTableWatcher(const QString& path, QObject* parent = nullptr);
     ~ProcMountTableWatcher() override;
 
     void startWatching(Handler mounted, Handler unmounted) override;
     // Reads the table again and reports what changed since the last reading.
     void rescan();
 
-    // The mount points of a table in the mountinfo format, in its order.
+    // The mount points of the disks in a table in the mountinfo format, in its order: the
+    // mounts of sandboxes, containers and pseudo file systems are no volume a person sees.
     static QStringList mountPoints(const QByteArray& table);
 
 private:

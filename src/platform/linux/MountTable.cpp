@@ -1,12 +1,13 @@
-#include "messaging/MountTable.h"
+#include "platform/linux/MountTable.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 namespace {
-const QString kMountInfoPath = QStringLiteral("/proc/self/mountinfo");
-
 // The kernel writes space, tab, newline and backslash in names as "\ooo".
 QString unescapedName(const QByteArray& field)
 {
@@ -46,14 +47,16 @@ std::optional<MountTable::Mount> parseLine(const QByteArray& line)
         return std::nullopt;
     }
     const QList<QByteArray> device = fields.at(2).split(':');
+    bool idOk = false;
     bool majorOk = false;
     bool minorOk = false;
     MountTable::Mount mount;
+    mount.id = fields.at(0).toInt(&idOk);
     if (device.size() == 2) {
         mount.major = device.at(0).toUInt(&majorOk);
         mount.minor = device.at(1).toUInt(&minorOk);
     }
-    if (!majorOk || !minorOk) {
+    if (!idOk || mount.id < 0 || !majorOk || !minorOk) {
         return std::nullopt;
     }
     mount.root = unescapedName(fields.at(3));
@@ -67,9 +70,34 @@ std::optional<MountTable::Mount> parseLine(const QByteArray& line)
 }
 } // namespace
 
+quint64 MountTable::Mount::device() const
+{
+    return quint64(makedev(major, minor));
+}
+
+bool MountTable::Mount::isDisk() const
+{
+    static const QStringList kNetwork = {QStringLiteral("nfs"),   QStringLiteral("nfs4"),
+                                         QStringLiteral("cifs"),  QStringLiteral("smb3"),
+                                         QStringLiteral("smbfs"), QStringLiteral("afs"),
+                                         QStringLiteral("ceph"),  QStringLiteral("fuse.sshfs")};
+    // Snaps and the like mount read-only package images from loop devices.
+    static const QStringList kImages = {QStringLiteral("squashfs"), QStringLiteral("erofs")};
+    if (kNetwork.contains(fileSystemType)) {
+        return true;
+    }
+    return source.startsWith(QLatin1String("/dev/")) && !kImages.contains(fileSystemType);
+}
+
 MountTable MountTable::current()
 {
-    QFile file(kMountInfoPath);
+    return read(kMountInfoPath);
+}
+
+MountTable MountTable::read(const QString& mountInfoPath)
+{
+    QFile file(mountInfoPath);
+    // A proc file reports no size: read it as a stream to its end.
     if (!file.open(QIODevice::ReadOnly)) {
         return {};
     }
@@ -98,6 +126,51 @@ std::optional<MountTable::Mount> MountTable::mountContaining(const QString& path
         }
     }
     return best == nullptr ? std::nullopt : std::optional<Mount>(*best);
+}
+
+std::optional<MountTable::Mount> MountTable::mountOfFile(const QString& path) const
+{
+    if (const auto id = mountIdOf(path)) {
+        for (auto it = m_mounts.crbegin(); it != m_mounts.crend(); ++it) {
+            if (it->id == *id) {
+                return *it;
+            }
+        }
+    }
+    return mountContaining(resolvedPath(path));
+}
+
+std::optional<int> MountTable::mountIdOf(const QString& path)
+{
+    struct statx status = {};
+    if (::statx(AT_FDCWD, QFile::encodeName(path).constData(), AT_SYMLINK_NOFOLLOW, STATX_MNT_ID,
+                &status) != 0 ||
+        !(status.stx_mask & STATX_MNT_ID)) {
+        return std::nullopt;
+    }
+    return int(status.stx_mnt_id);
+}
+
+QString MountTable::deviceLinkName(const Mount& mount, const QString& folder)
+{
+    const QString source = mount.source.startsWith(QLatin1Char('/'))
+                               ? QFileInfo(mount.source).canonicalFilePath()
+                               : QString();
+    const QDir dir(folder);
+    const QStringList names = dir.entryList(
+        QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
+    for (const QString& name : names) {
+        const QString link = dir.filePath(name);
+        struct stat node = {};
+        if (mount.major != 0 && ::stat(QFile::encodeName(link).constData(), &node) == 0 &&
+            S_ISBLK(node.st_mode) && quint64(node.st_rdev) == mount.device()) {
+            return name;
+        }
+        if (!source.isEmpty() && QFileInfo(link).canonicalFilePath() == source) {
+            return name;
+        }
+    }
+    return {};
 }
 
 std::optional<MountTable::Mount> MountTable::mountAt(const QString& mountPoint) const
