@@ -36,6 +36,12 @@ RepositoryAliasReference::referenceToPath(const QString& path)
 }
 
 std::shared_ptr<RepositoryAliasReference>
+RepositoryAliasReference::referenceToRepository(const Repository& repository)
+{
+    return referenceToPath(repository.repositoryPath());
+}
+
+std::shared_ptr<RepositoryAliasReference>
 RepositoryAliasReference::initWithBookmark(const QByteArray& bookmark)
 {
     auto bookmarkPath = BookmarkPath::fromBookmarkData(bookmark);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "references/Repository.h"
 #include "references/RepositoryReference.h"
 
 #include <QMutex>
@@ -21,6 +22,9 @@ public:
     // None for an empty URL or one no bookmark can be made of.
     static std::shared_ptr<RepositoryAliasReference> referenceToURL(const QUrl& url);
     static std::shared_ptr<RepositoryAliasReference> referenceToPath(const QString& path);
+    // The archive's package folder.
+    static std::shared_ptr<RepositoryAliasReference>
+    referenceToRepository(const Repository& repository);
     // None when the bytes are no bookmark.
     static std::shared_ptr<RepositoryAliasReference> initWithBookmark(const QByteArray& bookmark);
     // A bookmark of the URL with the essential properties; none when none can be made.

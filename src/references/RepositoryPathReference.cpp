@@ -2,11 +2,19 @@
 
 #include "foundation/KeyedDecoder.h"
 
+#include <QDir>
 #include <QFileInfo>
 
 namespace {
 const QString kPathField = QStringLiteral("path");
+
+// "/a/b.stromi/", "/a/./b.stromi" and "b.stromi" run from /a name one archive, and compare
+// equal only when written alike.
+QUrl normalised(const QString& path)
+{
+    return QUrl::fromLocalFile(QDir::cleanPath(QFileInfo(path).absoluteFilePath()));
 }
+} // namespace
 
 RepositoryPathReference::RepositoryPathReference(QUrl repositoryURL)
     : m_repositoryURL(std::move(repositoryURL))
@@ -24,12 +32,19 @@ RepositoryPathReference::referenceToPath(const QString& path)
 }
 
 std::shared_ptr<RepositoryPathReference>
+RepositoryPathReference::referenceToRepository(const Repository& repository)
+{
+    return referenceToPath(repository.repositoryPath());
+}
+
+std::shared_ptr<RepositoryPathReference>
 RepositoryPathReference::initWithRepositoryURL(const QUrl& url)
 {
     if (!url.isLocalFile() || url.toLocalFile().isEmpty()) {
         return nullptr;
     }
-    return std::shared_ptr<RepositoryPathReference>(new RepositoryPathReference(url));
+    return std::shared_ptr<RepositoryPathReference>(
+        new RepositoryPathReference(normalised(url.toLocalFile())));
 }
 
 QString RepositoryPathReference::className() const
@@ -74,7 +89,7 @@ std::optional<QUrl> RepositoryPathReference::decodeURL(const KeyedDecoder& coder
     if (path.isEmpty()) {
         return std::nullopt;
     }
-    return QUrl::fromLocalFile(path);
+    return normalised(path);
 }
 
 QVariant RepositoryPathReference::decode(const KeyedDecoder& coder)

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "references/Repository.h"
 #include "references/RepositoryReference.h"
 
 class KeyedDecoder;
@@ -12,6 +13,9 @@ public:
     // None for a URL that names no local file.
     static std::shared_ptr<RepositoryPathReference> referenceToURL(const QUrl& url);
     static std::shared_ptr<RepositoryPathReference> referenceToPath(const QString& path);
+    // The archive's package folder.
+    static std::shared_ptr<RepositoryPathReference>
+    referenceToRepository(const Repository& repository);
     static std::shared_ptr<RepositoryPathReference> initWithRepositoryURL(const QUrl& url);
 
     QString className() const override;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "references/Repository.h"
+
 #include <QDateTime>
 #include <QList>
 #include <QString>
@@ -14,7 +16,7 @@
 // monitor. The same property list lives in two places: "status.plist" inside the archive and a
 // per-user mirror named by the archive's UUID, so that archives that are not mounted can still
 // be graded. Main thread only; reading never throws (a bad file gives no record, logged once).
-class RepositoryStatus
+class RepositoryStatus : public Repository
 {
 public:
     using Poster =
@@ -83,7 +85,7 @@ public:
     void setProperty(const QVariant& value, const QString& key);
 
     QString repositoryUUID() const;
-    QString repositoryPath() const;
+    QString repositoryPath() const override;
     QString displayName() const;
     bool needsRepair() const;
     QString logLineIdentifier() const;

@@ -59,6 +59,41 @@ TEST_F(RepositoryReferenceTest, APathReferenceIsValidOnlyForAnArchiveFolderAndNa
               archive);
 }
 
+// One archive written four ways is one path; a reference made from an archive names its
+// package folder, by path or by bookmark.
+TEST_F(RepositoryReferenceTest, PathsAreNormalisedAndAnArchiveGivesItsPackageFolder)
+{
+    const QString archive = makeFolder(u"Disk/Home.stromi"_s);
+    QDir::setCurrent(at(u"Disk"_s));
+    for (const QString& written : {archive + u'/', at(u"Disk/./Backups/../Home.stromi"_s),
+                                   u"Home.stromi"_s, u"./Home.stromi//"_s}) {
+        SCOPED_TRACE(written.toStdString());
+        const auto reference = RepositoryPathReference::referenceToPath(written);
+        ASSERT_TRUE(reference);
+        EXPECT_EQ(reference->path(), archive);
+        EXPECT_EQ(reference->name(), u"Home.stromi"_s);
+        EXPECT_TRUE(reference->isEqual(*RepositoryPathReference::referenceToPath(archive)));
+        const auto decoded = RepositoryReference::fromArchivedData(
+            objectArchive(u"RepositoryPathReference"_s, {{u"path"_s, written}}));
+        ASSERT_TRUE(decoded);
+        EXPECT_EQ(decoded->path(), archive);
+    }
+
+    struct Archive : Repository
+    {
+        QString path;
+        QString repositoryPath() const override { return path; }
+    } known;
+    known.path = archive + u'/';
+    EXPECT_EQ(RepositoryPathReference::referenceToRepository(known)->path(), archive);
+    const auto alias = RepositoryAliasReference::referenceToRepository(known);
+    ASSERT_TRUE(alias);
+    EXPECT_EQ(alias->path(), archive);
+    known.path = at(u"Disk/Gone.stromi"_s);
+    EXPECT_FALSE(RepositoryAliasReference::referenceToRepository(known))
+        << "no bookmark of what is not there";
+}
+
 TEST_F(RepositoryReferenceTest, AnAliasToAnUnmountedArchiveDescribesItFromItsBookmark)
 {
     const auto made =
