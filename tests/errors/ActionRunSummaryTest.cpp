@@ -12,6 +12,8 @@
 #include <gtest/gtest.h>
 #include <utility>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 const QDateTime kStart(QDate(2026, 5, 4), QTime(22, 15, 30), QTimeZone::utc());
 
@@ -19,7 +21,7 @@ const QDateTime kStart(QDate(2026, 5, 4), QTime(22, 15, 30), QTimeZone::utc());
 ActionRunSummary roundTrip(const ActionRunSummary& summary)
 {
     return KeyedArchive::unarchivedObject(KeyedArchive::archivedData(QVariant::fromValue(summary)),
-                                          {QStringLiteral("ActionRunSummary")})
+                                          {u"ActionRunSummary"_s})
         .value<ActionRunSummary>();
 }
 } // namespace
@@ -29,7 +31,7 @@ TEST(ActionRunSummaries, HeldOnlyWithAReasonAndArchivedWithHoldAndStartKeys)
     ActionRunSummary summary(kStart);
     EXPECT_TRUE(summary.isRunning() && !summary.isHeld());
     EXPECT_EQ(roundTrip(summary), summary);
-    summary.setHoldReason(QStringLiteral("Waiting for the archive volume"));
+    summary.setHoldReason(u"Waiting for the archive volume"_s);
     EXPECT_TRUE(summary.isHeld() && summary.isRunning());
     EXPECT_EQ(roundTrip(summary), summary);
     // Even an empty reason is a reason.
@@ -37,14 +39,14 @@ TEST(ActionRunSummaries, HeldOnlyWithAReasonAndArchivedWithHoldAndStartKeys)
     EXPECT_TRUE(roundTrip(summary).isHeld());
 
     // Archived under its class name with "hold" and "start" keys.
-    summary.setHoldReason(QStringLiteral("paused"));
+    summary.setHoldReason(u"paused"_s);
     const QCborValue root =
         QCborValue::fromCbor(KeyedArchive::archivedData(QVariant::fromValue(summary)));
     const QCborArray object = root.taggedValue().toArray();
-    EXPECT_EQ(object.at(0).toString(), QStringLiteral("ActionRunSummary"));
+    EXPECT_EQ(object.at(0).toString(), u"ActionRunSummary"_s);
     const QCborMap fields = object.at(1).toMap();
-    EXPECT_EQ(fields.value(QStringLiteral("hold")).toString(), QStringLiteral("paused"));
-    EXPECT_EQ(fields.value(QStringLiteral("start")).toDateTime(), kStart);
+    EXPECT_EQ(fields.value(u"hold"_s).toString(), u"paused"_s);
+    EXPECT_EQ(fields.value(u"start"_s).toDateTime(), kStart);
     EXPECT_EQ(fields.size(), 2);
 }
 
@@ -53,15 +55,15 @@ TEST(ActionRunSummaries, NonKeyedFormWritesHoldReasonThenStartTime)
     QByteArray bytes;
     {
         QDataStream out(&bytes, QIODevice::WriteOnly);
-        out << ActionRunSummary(kStart, QStringLiteral("held")) << ActionRunSummary(kStart)
+        out << ActionRunSummary(kStart, u"held"_s) << ActionRunSummary(kStart)
             << ActionRunSummary(kStart, QString());
     }
     QDataStream in(bytes);
     QString hold;
     QDateTime start;
     in >> hold >> start;
-    EXPECT_EQ(std::pair(hold, start), std::pair(QStringLiteral("held"), kStart));
-    ActionRunSummary second(QDateTime(), QStringLiteral("stale"));
+    EXPECT_EQ(std::pair(hold, start), std::pair(u"held"_s, kStart));
+    ActionRunSummary second(QDateTime(), u"stale"_s);
     in >> second;
     EXPECT_EQ(second, ActionRunSummary(kStart));
     ActionRunSummary third;

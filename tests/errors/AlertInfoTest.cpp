@@ -15,6 +15,8 @@
 #include <ostream>
 #include <stdexcept>
 
+using namespace Qt::StringLiterals;
+
 // Readable failure messages for texts.
 inline void PrintTo(const QString& text, std::ostream* os)
 {
@@ -28,17 +30,15 @@ using Actions = QList<qint32>;
 QString displayName(const QString& commandName)
 {
     static const QHash<QString, QString> names{
-        {QStringLiteral("capture"), QStringLiteral("Capture")},
-        {QStringLiteral("restore"), QStringLiteral("Restore")},
-        {QStringLiteral("verify"), QStringLiteral("Verify")}};
-    return names.value(commandName, QStringLiteral("Command"));
+        {u"capture"_s, u"Capture"_s}, {u"restore"_s, u"Restore"_s}, {u"verify"_s, u"Verify"_s}};
+    return names.value(commandName, u"Command"_s);
 }
 
 KSException failure(const QString& name, const QString& command = {})
 {
-    auto exception = KSException::exceptionWithName(name, QStringLiteral("it went wrong"));
+    auto exception = KSException::exceptionWithName(name, u"it went wrong"_s);
     if (!command.isEmpty()) {
-        exception.setDetail(command, QStringLiteral(".Command"));
+        exception.setDetail(command, u".Command"_s);
     }
     return exception;
 }
@@ -100,7 +100,7 @@ TEST_F(AlertRules, EachRulePicksItsTextsButtonsAndHelp)
                 "OK", "trblusearchive",
                 "Verify did not have permission to access the archive. The archive might belong "
                 "to another user or is locked.");
-    expectAlert(any, named("Data", "verify").setDetail(qint64(-36), QStringLiteral("OSErr")),
+    expectAlert(any, named("Data", "verify").setDetail(qint64(-36), u"OSErr"_s),
                 "Archive access failure", "Close,Repair", nullptr);
     // Listed as 2, 5, 4; shown in code order.
     expectAlert(any, named("Data", "verify").setPOSIXErr(2), "Verify failed",
@@ -109,28 +109,20 @@ TEST_F(AlertRules, EachRulePicksItsTextsButtonsAndHelp)
     expectAlert(any, named("IO", "capture").setPOSIXErr(13), nullptr, nullptr, nullptr,
                 "A network or disk error was encountered. See the log for the details.");
     // An explained missing archive comes before everything else.
-    expectAlert(any,
-                named("Data", "capture")
-                    .setExplanation(QStringLiteral("norep"))
-                    .setPOSIXErr(13)
-                    .setFlag(QStringLiteral(".DataBad")),
-                "Capture could not find archive", "Close", "trblnoarchive");
+    expectAlert(
+        any,
+        named("Data", "capture").setExplanation(u"norep"_s).setPOSIXErr(13).setFlag(u".DataBad"_s),
+        "Capture could not find archive", "Close", "trblnoarchive");
     // Damaged data beats a bad index; a flag once set stays set.
-    expectAlert(any,
-                named("IO", "verify")
-                    .setFlag(QStringLiteral(".IndexBad"))
-                    .setFlag(QStringLiteral(".DataBad")),
-                nullptr, "Close,Repair", nullptr,
+    expectAlert(any, named("IO", "verify").setFlag(u".IndexBad"_s).setFlag(u".DataBad"_s), nullptr,
+                "Close,Repair", nullptr,
                 "The archive data is damaged or incomplete. Use the Repair command to recover "
                 "the valid information in the archive.");
-    expectAlert(any,
-                named("IO", "verify")
-                    .setFlag(QStringLiteral(".IndexBad"))
-                    .clearFlag(QStringLiteral(".IndexBad")),
+    expectAlert(any, named("IO", "verify").setFlag(u".IndexBad"_s).clearFlag(u".IndexBad"_s),
                 nullptr, "Close,Reindex", nullptr,
                 "The index of the archive is incorrect and needs to be recreated.");
     expectAlert(&AlertInfoForFileException,
-                named("Info", "capture").setExplanation(QStringLiteral("iffycapture")),
+                named("Info", "capture").setExplanation(u"iffycapture"_s),
                 "Capture encountered problems", "OK,Open Log", "captureissues");
     const KSException cancel = named("Cancel", "capture");
     EXPECT_EQ(AlertInfoForCanceledCommand(&cancel)->alertStyle(), AlertTemplate::kWarningStyle);
@@ -138,104 +130,90 @@ TEST_F(AlertRules, EachRulePicksItsTextsButtonsAndHelp)
     EXPECT_EQ(AlertInfoForAnyCommand(&data)->alertStyle(), AlertTemplate::kCriticalStyle);
 
     // Without ".Command" the placeholder takes the generic word.
-    const KSException bug = failure(QStringLiteral("Bug"));
+    const KSException bug = failure(u"Bug"_s);
     const char* const internal = "An internal program error occurred. Review the log for the "
                                  "details. Please report this problem to the developer.";
     expectAlert(any, bug, "Command failed", "Close,Open Log", nullptr, internal);
-    const Exception foreign(QStringLiteral("Data"), QStringLiteral("from a library"),
-                            {{QStringLiteral(".Explain"), QStringLiteral("norep")}});
+    const Exception foreign(u"Data"_s, u"from a library"_s, {{u".Explain"_s, u"norep"_s}});
     expectAlert(any, foreign, nullptr, nullptr, nullptr, internal);
-    EXPECT_EQ(AlertInfoForAnyCommand(&foreign)
-                  ->context()
-                  .value(QStringLiteral("ExceptionReason"))
-                  .toString(),
-              QStringLiteral("from a library"));
+    EXPECT_EQ(AlertInfoForAnyCommand(&foreign)->context().value(u"ExceptionReason"_s).toString(),
+              u"from a library"_s);
 }
 
-TEST_F(AlertRules, RulesThatDoNotApplyAnswerNothing)
+TEST_F(AlertRules, RulesThatDoNotApplyAnswerNothingAndNoExceptionIsAProgrammingError)
 {
-    KSException archiveProblem = failure(QStringLiteral("IO"), QStringLiteral("capture"));
-    archiveProblem.setExplanation(QStringLiteral("norep"));
+    EXPECT_THROW(AlertInfoForCanceledCommand(nullptr), std::logic_error);
+    EXPECT_THROW(AlertInfoForAnyCommand(nullptr), std::logic_error);
+    EXPECT_THROW(AlertInfoForFileException(nullptr), std::logic_error);
+    KSException archiveProblem = failure(u"IO"_s, u"capture"_s);
+    archiveProblem.setExplanation(u"norep"_s);
     // Cancel rule: only for a cancel of a known command; file rule: only for file explanations.
-    for (const KSException& canceled : {failure(QStringLiteral("IO"), QStringLiteral("capture")),
-                                        failure(QStringLiteral("Cancel"), QStringLiteral("dump")),
-                                        failure(QStringLiteral("Cancel"))}) {
+    for (const KSException& canceled :
+         {failure(u"IO"_s, u"capture"_s), failure(u"Cancel"_s, u"dump"_s), failure(u"Cancel"_s)}) {
         EXPECT_EQ(AlertInfoForCanceledCommand(&canceled), nullptr) << canceled.name().toStdString();
     }
     EXPECT_EQ(AlertInfoForFileException(&archiveProblem), nullptr);
-    const KSException unexplained = failure(QStringLiteral("IO"), QStringLiteral("capture"));
+    const KSException unexplained = failure(u"IO"_s, u"capture"_s);
     EXPECT_EQ(AlertInfoForFileException(&unexplained), nullptr);
 }
 
 TEST_F(AlertRules, ExpectedVersionIsFilledIn)
 {
-    KSException future = failure(QStringLiteral("Data"), QStringLiteral("capture"));
-    future.setExplanation(QStringLiteral("readfuture")).setExpected(QStringLiteral("2.3"));
+    KSException future = failure(u"Data"_s, u"capture"_s);
+    future.setExplanation(u"readfuture"_s).setExpected(u"2.3"_s);
     const auto info = AlertInfoForAnyCommand(&future);
     ASSERT_NE(info, nullptr);
-    EXPECT_TRUE(info->informativeText().endsWith(
-        QStringLiteral("upgrade the application to version 2.3 or later.")));
-}
-
-TEST_F(AlertRules, NullExceptionsAreProgrammingErrors)
-{
-    EXPECT_THROW(AlertInfoForCanceledCommand(nullptr), std::logic_error);
-    EXPECT_THROW(AlertInfoForAnyCommand(nullptr), std::logic_error);
-    EXPECT_THROW(AlertInfoForFileException(nullptr), std::logic_error);
+    EXPECT_TRUE(
+        info->informativeText().endsWith(u"upgrade the application to version 2.3 or later."_s));
 }
 
 TEST(AlertContext, IsTheUserInfoWithNamesAndDefaults)
 {
     ContextualAlertInfo::setCommandNamer(&displayName);
-    KSException exception = failure(QStringLiteral("IO"), QStringLiteral("restore"));
-    exception.setStrPath(QStringLiteral("/tmp/a b"));
+    KSException exception = failure(u"IO"_s, u"restore"_s);
+    exception.setStrPath(u"/tmp/a b"_s);
     const QVariantMap context = ContextualAlertInfo::contextDictionaryFromException(exception);
     ContextualAlertInfo::setCommandNamer(nullptr);
     // Without command names every command is "Command".
     EXPECT_EQ(ContextualAlertInfo::contextDictionaryFromException(exception)
-                  .value(QStringLiteral("Command"))
+                  .value(u"Command"_s)
                   .toString(),
-              QStringLiteral("Command"));
+              u"Command"_s);
 
-    EXPECT_EQ(context.value(QStringLiteral("Command")).toString(), QStringLiteral("Restore"));
-    EXPECT_EQ(context.value(QStringLiteral(".Command")).toString(), QStringLiteral("restore"));
-    EXPECT_EQ(context.value(QStringLiteral("Path")).toString(), QStringLiteral("/tmp/a b"));
-    EXPECT_EQ(context.value(QStringLiteral("ExceptionName")).toString(), QStringLiteral("IO"));
-    EXPECT_EQ(context.value(QStringLiteral("ExceptionReason")).toString(),
-              QStringLiteral("it went wrong"));
-    EXPECT_EQ(context.value(QStringLiteral("OSErr")).toString(), QStringLiteral("none"));
+    EXPECT_EQ(context.value(u"Command"_s).toString(), u"Restore"_s);
+    EXPECT_EQ(context.value(u".Command"_s).toString(), u"restore"_s);
+    EXPECT_EQ(context.value(u"Path"_s).toString(), u"/tmp/a b"_s);
+    EXPECT_EQ(context.value(u"ExceptionName"_s).toString(), u"IO"_s);
+    EXPECT_EQ(context.value(u"ExceptionReason"_s).toString(), u"it went wrong"_s);
+    EXPECT_EQ(context.value(u"OSErr"_s).toString(), u"none"_s);
 
-    exception.setDetail(qint64(-5000), QStringLiteral("OSErr"));
+    exception.setDetail(qint64(-5000), u"OSErr"_s);
     EXPECT_EQ(ContextualAlertInfo::contextDictionaryFromException(exception)
-                  .value(QStringLiteral("OSErr"))
+                  .value(u"OSErr"_s)
                   .toLongLong(),
               -5000);
 }
 
 TEST(AlertPlaceholders, EachIsReplacedOnceAndUnknownOnesStay)
 {
-    const QVariantMap context{{QStringLiteral("Command"), QStringLiteral("Capture")},
-                              {QStringLiteral("Count"), 3}};
+    const QVariantMap context{{u"Command"_s, u"Capture"_s}, {u"Count"_s, 3}};
     EXPECT_EQ(ContextualAlertInfo::replacePlaceholders(
-                  QStringLiteral("{Command} and {Command}: {Count} {Missing}"), context),
-              QStringLiteral("Capture and {Command}: 3 {Missing}"));
-    EXPECT_EQ(ContextualAlertInfo::replacePlaceholders(QStringLiteral("plain"), context),
-              QStringLiteral("plain"));
-    EXPECT_EQ(ContextualAlertInfo::replacePlaceholders(QStringLiteral("{Command"), context),
-              QStringLiteral("{Command"));
+                  u"{Command} and {Command}: {Count} {Missing}"_s, context),
+              u"Capture and {Command}: 3 {Missing}"_s);
+    EXPECT_EQ(ContextualAlertInfo::replacePlaceholders(u"plain"_s, context), u"plain"_s);
+    EXPECT_EQ(ContextualAlertInfo::replacePlaceholders(u"{Command"_s, context), u"{Command"_s);
     EXPECT_THROW(ContextualAlertInfo::replacePlaceholders(QString(), context), std::logic_error);
 }
 
 TEST(AlertPlaceholders, ContextualTextsFollowTheContextSetLater)
 {
-    auto info = ContextualAlertInfo::withAlertTemplateIn(AlertTemplates::archiveAlerts(),
-                                                         QStringLiteral("noaccess"));
+    auto info =
+        ContextualAlertInfo::withAlertTemplateIn(AlertTemplates::archiveAlerts(), u"noaccess"_s);
     ASSERT_NE(info, nullptr);
-    EXPECT_EQ(info->message(), QStringLiteral("{Command} could not access archive"));
-    info->setContext({{QStringLiteral("Command"), QStringLiteral("Merge")}});
-    EXPECT_EQ(info->message(), QStringLiteral("Merge could not access archive"));
-    EXPECT_TRUE(
-        info->informativeText().startsWith(QStringLiteral("Merge did not have permission")));
+    EXPECT_EQ(info->message(), u"{Command} could not access archive"_s);
+    info->setContext({{u"Command"_s, u"Merge"_s}});
+    EXPECT_EQ(info->message(), u"Merge could not access archive"_s);
+    EXPECT_TRUE(info->informativeText().startsWith(u"Merge did not have permission"_s));
 }
 
 TEST(StoredFailureSummary, CanceledThenArchiveThenFileTablesThenFlagsThenName)
@@ -249,14 +227,13 @@ TEST(StoredFailureSummary, CanceledThenArchiveThenFileTablesThenFlagsThenName)
         const char* message; // null: no alert
     } rows[] = {
         // No context: the placeholder waits for one.
-        {{entry(".Explain", QStringLiteral("canceled_restore"))}, "{Command} Stopped"},
-        {{entry(".Explain", QStringLiteral("canceled_norep")),
-          entry(".Exception", QStringLiteral("Memory"))},
+        {{entry(".Explain", u"canceled_restore"_s)}, "{Command} Stopped"},
+        {{entry(".Explain", u"canceled_norep"_s), entry(".Exception", u"Memory"_s)},
          "{Command} ran out of memory"},
-        {{entry(".Explain", QStringLiteral("nokey")), entry(".DataBad", true)},
+        {{entry(".Explain", u"nokey"_s), entry(".DataBad", true)},
          "Cannot access encrypted archive"},
-        {{entry(".Explain", QStringLiteral("nullcapture"))}, "Nothing Captured"},
-        {{entry(".Exception", QStringLiteral("Bug"))}, nullptr},
+        {{entry(".Explain", u"nullcapture"_s)}, "Nothing Captured"},
+        {{entry(".Exception", u"Bug"_s)}, nullptr},
         {{}, nullptr},
     };
     for (const auto& row : rows) {
@@ -266,28 +243,25 @@ TEST(StoredFailureSummary, CanceledThenArchiveThenFileTablesThenFlagsThenName)
     EXPECT_EQ(AlertInfoForFailureSummary(rows[3].summary)->alertStyle(),
               AlertTemplate::kInformationalStyle);
     // Unlike an exception's flags, a stored summary's flags are read as booleans.
-    const auto index =
-        AlertInfoForFailureSummary({entry(".DataBad", false), entry(".IndexBad", true),
-                                    entry(".Exception", QStringLiteral("IO"))});
+    const auto index = AlertInfoForFailureSummary(
+        {entry(".DataBad", false), entry(".IndexBad", true), entry(".Exception", u"IO"_s)});
     ASSERT_NE(index, nullptr);
     EXPECT_EQ(index->actionSet().buttonActions(), (Actions{2, 3}));
-    const auto named = AlertInfoForFailureSummary(
-        {entry(".DataBad", false), entry(".Exception", QStringLiteral("IO"))});
+    const auto named =
+        AlertInfoForFailureSummary({entry(".DataBad", false), entry(".Exception", u"IO"_s)});
     ASSERT_NE(named, nullptr);
-    EXPECT_EQ(named->helpTag(), QStringLiteral("trblioerr"));
+    EXPECT_EQ(named->helpTag(), u"trblioerr"_s);
 }
 
 TEST(AlertTemplateTables, LookupIsExactAndCaseSensitive)
 {
-    EXPECT_NE(CannedAlertInfo::templateIn(AlertTemplates::fileCommandAlerts(),
-                                          QStringLiteral("noblessAPFS")),
+    EXPECT_NE(CannedAlertInfo::templateIn(AlertTemplates::fileCommandAlerts(), u"noblessAPFS"_s),
               nullptr);
-    EXPECT_EQ(CannedAlertInfo::templateIn(AlertTemplates::fileCommandAlerts(),
-                                          QStringLiteral("noblessapfs")),
+    EXPECT_EQ(CannedAlertInfo::templateIn(AlertTemplates::fileCommandAlerts(), u"noblessapfs"_s),
               nullptr);
     EXPECT_EQ(CannedAlertInfo::templateIn(AlertTemplates::archiveAlerts(), QString()), nullptr);
     EXPECT_EQ(CannedAlertInfo::withAlertTemplate(nullptr), nullptr);
-    EXPECT_THROW(CannedAlertInfo::templateIn({}, QStringLiteral("norep")), std::logic_error);
+    EXPECT_THROW(CannedAlertInfo::templateIn({}, u"norep"_s), std::logic_error);
 }
 
 TEST(AlertActionSets, ZeroEndsAListAndSetOperationsKeepCodeOrder)
@@ -302,7 +276,7 @@ TEST(AlertActionSets, ZeroEndsAListAndSetOperationsKeepCodeOrder)
     set = AlertActionSet{1, 2, 5};
     set.includeSet(AlertActionSet{7, 3});
     EXPECT_EQ(set.buttonActions(), (Actions{1, 2, 3, 5, 7}));
-    const QRegularExpression pattern(QStringLiteral("^AlertActionSet<0x[0-9a-f]+>\\(1-3,5,7\\)$"));
+    const QRegularExpression pattern(u"^AlertActionSet<0x[0-9a-f]+>\\(1-3,5,7\\)$"_s);
     EXPECT_TRUE(pattern.match(set.description()).hasMatch()) << set.description().toStdString();
     set.excludeSet(AlertActionSet{1, 7});
     set.excludeAction(3);
@@ -319,40 +293,36 @@ TEST(AlertActionSets, ZeroEndsAListAndSetOperationsKeepCodeOrder)
 TEST(AlertErrorObject, CarriesTextsButtonsAndTheAlert)
 {
     const ContextualAlertInfo info(
-        *CannedAlertInfo::templateIn(AlertTemplates::exceptionNameAlerts(), QStringLiteral("Data")),
-        {{QStringLiteral("Command"), QStringLiteral("Verify")}});
+        *CannedAlertInfo::templateIn(AlertTemplates::exceptionNameAlerts(), u"Data"_s),
+        {{u"Command"_s, u"Verify"_s}});
     QObject attempter;
     const Error error = info.errorWithRecoveryAttempter(
-        &attempter, {{QStringLiteral("Extra"), 1},
-                     {Error::kLocalizedDescriptionKey, QStringLiteral("replaced")}});
+        &attempter, {{u"Extra"_s, 1}, {Error::kLocalizedDescriptionKey, u"replaced"_s}});
 
-    EXPECT_EQ(error.domain(), QStringLiteral("KestromErrorDomain"));
-    EXPECT_EQ(error.localizedDescription(), QStringLiteral("Verify failed"));
+    EXPECT_EQ(error.domain(), u"KestromErrorDomain"_s);
+    EXPECT_EQ(error.localizedDescription(), u"Verify failed"_s);
     EXPECT_EQ(error.localizedRecoverySuggestion(), info.informativeText());
     EXPECT_EQ(error.localizedRecoveryOptions(),
-              (QStringList{QStringLiteral("Close"), QStringLiteral("Repair"),
-                           QStringLiteral("Open Log")}));
-    EXPECT_EQ(error.userInfo().value(QStringLiteral("KSRecoveryActions")).toList(),
-              (QVariantList{2, 4, 5}));
+              (QStringList{u"Close"_s, u"Repair"_s, u"Open Log"_s}));
+    EXPECT_EQ(error.userInfo().value(u"KSRecoveryActions"_s).toList(), (QVariantList{2, 4, 5}));
     EXPECT_EQ(error.recoveryAttempter(), &attempter);
-    EXPECT_EQ(error.userInfo().value(QStringLiteral("Extra")).toInt(), 1);
-    const auto carried = error.userInfo()
-                             .value(QStringLiteral("KSAlertInfo"))
-                             .value<std::shared_ptr<const AlertInfo>>();
+    EXPECT_EQ(error.userInfo().value(u"Extra"_s).toInt(), 1);
+    const auto carried =
+        error.userInfo().value(u"KSAlertInfo"_s).value<std::shared_ptr<const AlertInfo>>();
     ASSERT_NE(carried, nullptr);
-    EXPECT_EQ(carried->helpTag(), QStringLiteral("trblrepair"));
+    EXPECT_EQ(carried->helpTag(), u"trblrepair"_s);
 }
 
 TEST(AlertErrorObject, AnAlertWithoutButtonsHasNoRecoveryActions)
 {
     const AlertInfo base;
     const Error error = base.errorWithRecoveryAttempter(nullptr, {});
-    EXPECT_FALSE(error.userInfo().contains(QStringLiteral("KSRecoveryActions")));
+    EXPECT_FALSE(error.userInfo().contains(u"KSRecoveryActions"_s));
     EXPECT_FALSE(error.userInfo().contains(Error::kRecoveryAttempterKey));
     EXPECT_TRUE(error.localizedRecoveryOptions().isEmpty());
     // The base's own texts say the alert classes failed.
-    EXPECT_EQ(error.localizedDescription(), QStringLiteral("Internal Alert error"));
+    EXPECT_EQ(error.localizedDescription(), u"Internal Alert error"_s);
     EXPECT_EQ(error.localizedRecoverySuggestion(),
-              QStringLiteral("Something is seriously wrong with the alert system classes in this "
-                             "application. Please chew out the developer."));
+              u"Something is seriously wrong with the alert system classes in this "
+              "application. Please chew out the developer."_s);
 }

@@ -10,6 +10,8 @@
 #include <limits>
 #include <utility>
 
+using namespace Qt::StringLiterals;
+
 using S = HumanReadableString;
 
 namespace {
@@ -88,7 +90,7 @@ TEST_F(Numbers, SizesIntegersOrdinalsAndBuildVersions)
         {S::stringWithReadableBuildVersion(1677721), "unknown"},
         {S::stringWithReadableBuildVersion(1048576), "invalid(100000)"},
     });
-    const QString text = QStringLiteral("caf\u00e9 \U0001F600");
+    const QString text = u"caf\u00e9 \U0001F600"_s;
     EXPECT_EQ(S::UTF8Length(text), 10);
     EXPECT_EQ(S::UTF8LengthWithOverhead(&text), 12);
     EXPECT_EQ(S::UTF8LengthWithOverhead(nullptr), 2);
@@ -135,20 +137,18 @@ TEST_F(DateStyles, StylesGrowFromShortToFullAndNoStyleLeavesThatPartOut)
     });
     // The long style drops the weekday wherever the locale puts it.
     QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
-    EXPECT_EQ(S::stringWithReadableDate(m_farDate, S::kLongStyle),
-              QStringLiteral("15. Januar 2024"));
+    EXPECT_EQ(S::stringWithReadableDate(m_farDate, S::kLongStyle), u"15. Januar 2024"_s);
     QLocale::setDefault(QLocale(QLocale::Japanese, QLocale::Japan));
-    EXPECT_EQ(S::stringWithReadableDate(m_farDate, S::kLongStyle),
-              QStringLiteral("2024\u5e741\u670815\u65e5"));
+    EXPECT_EQ(S::stringWithReadableDate(m_farDate, S::kLongStyle), u"2024\u5e741\u670815\u65e5"_s);
 }
 
 TEST_F(DateStyles, LegacyDateTimeShowsTheLocalNumericOffset)
 {
     const UTCDateTime epoch{0, 2082844800, 0};
-    EXPECT_EQ(S::stringWithUTCDateTime(std::nullopt), QStringLiteral("(null)"));
-    EXPECT_EQ(S::stringWithUTCDateTime(epoch), QStringLiteral("1970-01-01 01:00:00 +0100"));
+    EXPECT_EQ(S::stringWithUTCDateTime(std::nullopt), u"(null)"_s);
+    EXPECT_EQ(S::stringWithUTCDateTime(epoch), u"1970-01-01 01:00:00 +0100"_s);
     useTimeZone("America/St_Johns");
-    EXPECT_EQ(S::stringWithUTCDateTime(epoch), QStringLiteral("1969-12-31 20:30:00 -0330"));
+    EXPECT_EQ(S::stringWithUTCDateTime(epoch), u"1969-12-31 20:30:00 -0330"_s);
 }
 
 TEST_F(RelativeDayNames, NameOnlyYesterdayTodayAndTomorrow)
@@ -167,9 +167,8 @@ TEST_F(RelativeDayNames, ShortSpringForwardDayStillEndsAtMidnight)
 {
     setNow(local(2024, 3, 30, 10, 0));
     EXPECT_EQ(S::stringWithReadableDate(local(2024, 3, 31, 23, 59, 59), S::kLongStyle),
-              QStringLiteral("Tomorrow"));
-    EXPECT_EQ(S::stringWithReadableDate(local(2024, 4, 1), S::kLongStyle),
-              QStringLiteral("April 1, 2024"));
+              u"Tomorrow"_s);
+    EXPECT_EQ(S::stringWithReadableDate(local(2024, 4, 1), S::kLongStyle), u"April 1, 2024"_s);
 }
 
 TEST_F(RelativeDayNames, NamesMoveOnWhenTheClockCrossesMidnight)
@@ -177,9 +176,9 @@ TEST_F(RelativeDayNames, NamesMoveOnWhenTheClockCrossesMidnight)
     setNow(local(2024, 3, 5, 23, 59, 59));
     const QDateTime wednesday = local(2024, 3, 6, 12, 0);
     const QDateTime monday = local(2024, 3, 4, 12, 0);
-    EXPECT_EQ(S::stringWithReadableDate(wednesday, S::kLongStyle), QStringLiteral("Tomorrow"));
-    EXPECT_EQ(S::stringWithReadableDate(monday, S::kLongStyle), QStringLiteral("Yesterday"));
+    EXPECT_EQ(S::stringWithReadableDate(wednesday, S::kLongStyle), u"Tomorrow"_s);
+    EXPECT_EQ(S::stringWithReadableDate(monday, S::kLongStyle), u"Yesterday"_s);
     setNow(local(2024, 3, 6));
-    EXPECT_EQ(S::stringWithReadableDate(wednesday, S::kLongStyle), QStringLiteral("Today"));
-    EXPECT_EQ(S::stringWithReadableDate(monday, S::kLongStyle), QStringLiteral("March 4, 2024"));
+    EXPECT_EQ(S::stringWithReadableDate(wednesday, S::kLongStyle), u"Today"_s);
+    EXPECT_EQ(S::stringWithReadableDate(monday, S::kLongStyle), u"March 4, 2024"_s);
 }

@@ -9,6 +9,8 @@
 #include <gtest/gtest.h>
 #include <thread>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 // Records the thread it dies on.
 struct Heavy
@@ -47,17 +49,8 @@ TEST(MainQueue, AsyncIsQueuedEvenOnTheMainThreadAndSoonIsNot)
     EXPECT_EQ(asyncRan, 2);
 }
 
-TEST(MainQueue, ReleaseInBackgroundDropsTheLastReferenceOffTheMainThread)
-{
-    std::atomic<QThread*> diedOn{nullptr};
-    auto heavy = std::make_shared<Heavy>(&diedOn);
-    MainQueue::releaseInBackground(std::move(heavy));
-    EXPECT_EQ(diedOn.load(), nullptr); // kept until the end of this turn
-    ASSERT_TRUE(QTest::qWaitFor([&] { return diedOn.load() != nullptr; }, 30000));
-    EXPECT_NE(diedOn.load(), QCoreApplication::instance()->thread());
-}
-
-TEST(MainQueue, ReleaseInBackgroundOffTheMainThreadDoesNothing)
+// Off the main thread it does nothing: there the caller's own reference is the last one.
+TEST(MainQueue, ReleaseInBackgroundDropsTheLastReferenceOffTheMainThreadOnlyFromIt)
 {
     std::atomic<QThread*> diedOn{nullptr};
     std::thread worker([&] {
@@ -65,7 +58,13 @@ TEST(MainQueue, ReleaseInBackgroundOffTheMainThreadDoesNothing)
         MainQueue::releaseInBackground(heavy);
     });
     worker.join();
-    EXPECT_NE(diedOn.load(), nullptr); // the worker's own reference was the last one
+    EXPECT_NE(diedOn.load(), nullptr);
+
+    diedOn = nullptr;
+    MainQueue::releaseInBackground(std::make_shared<Heavy>(&diedOn));
+    EXPECT_EQ(diedOn.load(), nullptr); // kept until the end of this turn
+    ASSERT_TRUE(QTest::qWaitFor([&] { return diedOn.load() != nullptr; }, 30000));
+    EXPECT_NE(diedOn.load(), QCoreApplication::instance()->thread());
 }
 
 TEST(NotificationCenter, ObserversMatchNameAndObjectAndCanBeRemoved)
@@ -76,14 +75,13 @@ TEST(NotificationCenter, ObserversMatchNameAndObjectAndCanBeRemoved)
     int any = 0;
     const int first = 1;
     const int second = 2;
-    center.addObserver(QStringLiteral("Changed"), &first, [&](auto&&...) { ++a; });
-    const int token =
-        center.addObserver(QStringLiteral("Changed"), &second, [&](auto&&...) { ++b; });
-    center.addObserver(QStringLiteral("Changed"), nullptr, [&](auto&&...) { ++any; });
-    center.post(QStringLiteral("Changed"), &first);
-    center.post(QStringLiteral("Other"), &first);
+    center.addObserver(u"Changed"_s, &first, [&](auto&&...) { ++a; });
+    const int token = center.addObserver(u"Changed"_s, &second, [&](auto&&...) { ++b; });
+    center.addObserver(u"Changed"_s, nullptr, [&](auto&&...) { ++any; });
+    center.post(u"Changed"_s, &first);
+    center.post(u"Other"_s, &first);
     center.removeObserver(token);
-    center.post(QStringLiteral("Changed"), &second);
+    center.post(u"Changed"_s, &second);
     EXPECT_EQ(a, 1);
     EXPECT_EQ(b, 0);
     EXPECT_EQ(any, 2);

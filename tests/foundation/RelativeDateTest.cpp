@@ -8,6 +8,8 @@
 #include <ctime>
 #include <gtest/gtest.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 QDateTime berlin(int year, int month, int day, int hour = 0, int minute = 0, int second = 0)
 {
@@ -40,11 +42,11 @@ void expectConversionFailure(const std::function<void()>& convert)
         convert();
         ADD_FAILURE() << "the conversion did not raise";
     } catch (const KSException& exception) {
-        EXPECT_EQ(exception.name(), QStringLiteral("Date"));
-        EXPECT_EQ(exception.reason(), QStringLiteral("failed UTCDateTime conversion"));
-        EXPECT_EQ(exception.details().value(QStringLiteral("POSIXErr")).toInt(), ERANGE);
-        EXPECT_EQ(exception.details().value(QStringLiteral("API")).toString(),
-                  QStringLiteral("UCConvertCFAbsoluteTimeToUTCDateTime"));
+        EXPECT_EQ(exception.name(), u"Date"_s);
+        EXPECT_EQ(exception.reason(), u"failed UTCDateTime conversion"_s);
+        EXPECT_EQ(exception.details().value(u"POSIXErr"_s).toInt(), ERANGE);
+        EXPECT_EQ(exception.details().value(u"API"_s).toString(),
+                  u"UCConvertCFAbsoluteTimeToUTCDateTime"_s);
     }
 }
 } // namespace

@@ -19,8 +19,8 @@ struct ParsedLine
 // Lines like "2026-11-21 23:43:11.250 +0100 Failure message [4.73961099.512.7]", taken apart.
 QList<ParsedLine> parsedLogLines(const QStringList& lines)
 {
-    static const QRegularExpression pattern(QStringLiteral(
-        R"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} [+-]\d{4} (.{7}) (.*) \[([0-9.]+)\]$)"));
+    static const QRegularExpression pattern(
+        uR"(^\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} [+-]\d{4} (.{7}) (.*) \[([0-9.]+)\]$)"_s);
     QList<ParsedLine> parsed;
     for (const QString& line : lines) {
         const auto match = pattern.match(line);

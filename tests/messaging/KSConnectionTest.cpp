@@ -8,6 +8,8 @@
 #include <atomic>
 #include <gtest/gtest.h>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 // Holds the connection lock while it makes its candidates, as verification does, and meanwhile
 // waits for the messaging thread to ask for the connection.
@@ -49,12 +51,12 @@ public:
 protected:
     std::vector<Candidate> makeConnections() override
     {
-        auto candidate = std::make_shared<PlatformConnection>(
-            QStringLiteral("com.kestrom.test.nobody"), QStringLiteral("/"), 0);
+        auto candidate =
+            std::make_shared<PlatformConnection>(u"com.kestrom.test.nobody"_s, u"/"_s, 0);
         candidate->resume();
         // The answer that there is no owner is handled before this later round trip ends.
         MessagingThread::instance().connection().interface()->isServiceRegistered(
-            QStringLiteral("org.freedesktop.DBus"));
+            u"org.freedesktop.DBus"_s);
         MessagingThread::instance().runAndWait([] {});
         return {candidate};
     }
@@ -63,16 +65,16 @@ protected:
 
 TEST(KSConnection, TheMessagingThreadNeverWaitsForAConnectionBeingMade)
 {
-    const auto connection = std::make_shared<ConnectionMadeWhileTheMessagingThreadAsks>(
-        0, QStringLiteral("KSComponentServing"));
+    const auto connection =
+        std::make_shared<ConnectionMadeWhileTheMessagingThreadAsks>(0, u"KSComponentServing"_s);
     connection->connect();
     EXPECT_TRUE(connection->messagingThreadWasFree);
 }
 
 TEST(KSConnection, APeerLostBeforeItsConnectionWasTakenStillEndsIt)
 {
-    const auto connection = std::make_shared<ConnectionToAPeerLostBeforeItWasTaken>(
-        0, QStringLiteral("KSComponentServing"));
+    const auto connection =
+        std::make_shared<ConnectionToAPeerLostBeforeItWasTaken>(0, u"KSComponentServing"_s);
     connection->setVerifyConnection(false); // taken as it is, so only the loss can end it
     std::atomic<int> lost{0};
     connection->setInvalidationHandler([&lost] { ++lost; });

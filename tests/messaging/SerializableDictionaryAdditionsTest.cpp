@@ -66,9 +66,9 @@ TEST(SerializableDictionaryDecoding, DataThatIsNotAnArchiveStaysWithOneLogLine)
     ASSERT_EQ(lines.size(), 1);
     EXPECT_EQ(lines.at(0).logClass, 9);
     EXPECT_TRUE(lines.at(0).text.startsWith(
-        QStringLiteral("-[NSDictionary(SerializableDictionaryAdditions) "
-                       "dictionaryDecodingSerializableObjects] unable to decode data object of "
-                       "length 10 for key 'raw', reason=<Archive> data is not a keyed archive")))
+        u"-[NSDictionary(SerializableDictionaryAdditions) "
+        "dictionaryDecodingSerializableObjects] unable to decode data object of "
+        "length 10 for key 'raw', reason=<Archive> data is not a keyed archive"_s))
         << lines.at(0).text.toStdString();
 }
 

@@ -4,10 +4,12 @@
 #include <thread>
 #include <vector>
 
+using namespace Qt::StringLiterals;
+
 TEST(StringPool, KeepsOneStringPerObjectNotPerText)
 {
     StringPool pool;
-    const QString original = QStringLiteral("capture").repeated(2);
+    const QString original = u"capture"_s.repeated(2);
     const QString copy = original; // shares the text: the same object to the pool
     const QString pooled = pool.insertString(original);
     EXPECT_EQ(pool.insertString(copy).constData(), pooled.constData());
@@ -19,7 +21,7 @@ TEST(StringPool, KeepsOneStringPerObjectNotPerText)
     pool.insertString(first);
     pool.insertString(second);
     EXPECT_EQ(pool.count(), 3);
-    EXPECT_EQ(pool.stringWithBytes("verify", 6), QStringLiteral("verify"));
+    EXPECT_EQ(pool.stringWithBytes("verify", 6), u"verify"_s);
     EXPECT_EQ(pool.count(), 4);
     EXPECT_EQ(StringPool::stringWithUTF8Bytes("héllo", 6), QString::fromUtf8("héllo"));
 }
