@@ -98,6 +98,10 @@ TEST(ProtocolCatalogueClasses, ObjectArgumentsAcceptTheirDeclaredClassOnly)
 {
     const QSet<QString> nilable = NilableString::allowedClasses(); // a string or null
     const QString repair = u"RepairCommandMessaging"_s;
+    const QString deleteItem = u"DeleteItemCommandMessaging"_s;
+    const QString addNode = u"addNodeIdentifiedBy"_s;
+    const QSet<QString> date{KeyedArchive::kDate};
+    const QSet<QString> dictionary{KeyedArchive::kDictionary};
     const struct
     {
         QString protocol;
@@ -105,32 +109,22 @@ TEST(ProtocolCatalogueClasses, ObjectArgumentsAcceptTheirDeclaredClassOnly)
         int index;
         bool reply;
         QSet<QString> allowed;
-    } cases[] = {{u"DeleteItemCommandMessaging"_s,
-                  u"addNodeIdentifiedBy"_s,
-                  0,
-                  false,
-                  {u"FullyQualifiedIdentifier"_s}},
-                 {u"MergeCommandMessaging"_s,
-                  u"setRetainDeletedItemsDate"_s,
-                  0,
-                  false,
-                  {KeyedArchive::kDate}},
-                 {repair, u"setActionUUID"_s, 0, false, nilable},
-                 {repair, u"setCustomDescription"_s, 0, false, nilable},
-                 {repair, u"setAlternateKeyFilePath"_s, 0, false, nilable},
-                 {repair, u"queryActionUUIDWithReply"_s, 0, true, nilable},
-                 {repair, u"queryCustomDescriptionWithReply"_s, 0, true, nilable},
-                 {repair, u"queryDisplayDescriptionWithReply"_s, 0, true, nilable},
-                 {repair, u"queryAlternateKeyFilePathWithReply"_s, 0, true, nilable},
-                 {u"StromScheduling"_s,
-                  u"queryNextScheduledActionInfoWithReply"_s,
-                  0,
-                  true,
-                  {KeyedArchive::kDictionary}},
-                 // Plain values, missing arguments and members the chain lacks accept no archive.
-                 {u"DumpCommandMessaging"_s, u"setDumpFlags"_s, 1, false, {}},
-                 {u"DeleteItemCommandMessaging"_s, u"addNodeIdentifiedBy"_s, 1, false, {}},
-                 {u"RepositoryCommandMessaging"_s, u"addNodeIdentifiedBy"_s, 0, false, {}}};
+    } cases[] = {
+        {deleteItem, addNode, 0, false, {u"FullyQualifiedIdentifier"_s}},
+        {u"MergeCommandMessaging"_s, u"setRetainDeletedItemsDate"_s, 0, false, date},
+        {repair, u"setActionUUID"_s, 0, false, nilable},
+        {repair, u"setCustomDescription"_s, 0, false, nilable},
+        {repair, u"setAlternateKeyFilePath"_s, 0, false, nilable},
+        {repair, u"queryActionUUIDWithReply"_s, 0, true, nilable},
+        {repair, u"queryCustomDescriptionWithReply"_s, 0, true, nilable},
+        {repair, u"queryDisplayDescriptionWithReply"_s, 0, true, nilable},
+        {repair, u"queryAlternateKeyFilePathWithReply"_s, 0, true, nilable},
+        {u"StromScheduling"_s, u"queryNextScheduledActionInfoWithReply"_s, 0, true, dictionary},
+        // Plain values, missing arguments and members the chain lacks accept no archive.
+        {u"DumpCommandMessaging"_s, u"setDumpFlags"_s, 1, false, {}},
+        {deleteItem, addNode, 1, false, {}},
+        {u"RepositoryCommandMessaging"_s, addNode, 0, false, {}},
+    };
     for (const auto& c : cases) {
         EXPECT_EQ(c.reply ? ProtocolCatalogue::allowedReplyClassesFor(c.protocol, c.member, c.index)
                           : ProtocolCatalogue::allowedClassesFor(c.protocol, c.member, c.index),
@@ -147,13 +141,9 @@ TEST(ProtocolCatalogueClasses, InstallParametersAcceptInstallerClassesOnlyOnceKn
     ASSERT_FALSE(KeyedArchive::isRegisteredClass(component));
 
     const QSet<QString> before = ProtocolCatalogue::allowedClassesFor(protocol, member, 0);
-    for (const QString& name : {KeyedArchive::kDictionary, KeyedArchive::kArray,
-                                KeyedArchive::kString, KeyedArchive::kNumber}) {
-        EXPECT_TRUE(before.contains(name)) << name.toStdString();
-    }
-    for (const QString& name : {component, u"ActionPowerRequest"_s, KeyedArchive::kData}) {
-        EXPECT_FALSE(before.contains(name)) << name.toStdString();
-    }
+    EXPECT_TRUE(before.contains(QSet<QString>{KeyedArchive::kDictionary, KeyedArchive::kArray,
+                                              KeyedArchive::kString, KeyedArchive::kNumber}));
+    EXPECT_FALSE(before.intersects({component, u"ActionPowerRequest"_s, KeyedArchive::kData}));
 
     // What a peer sends: {"component": InstallComponent{"name": "helper"}}.
     const QByteArray parameters =

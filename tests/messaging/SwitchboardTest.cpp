@@ -365,6 +365,7 @@ TEST_F(SwitchboardTest, AFailedCallEndsExactlyItsOwnBlockAndTheNextBlocksAreAnsw
     for (const QString& name : {u"test.refusing"_s, u"test.self"_s}) {
         const auto connection = connectTo(name);
         for (int round = 0; round < 4; ++round) {
+            SCOPED_TRACE(name.toStdString() + " round " + std::to_string(round));
             Error error;
             bool failedBlockAnswered = true;
             bool pingAnswered = false;
@@ -379,13 +380,11 @@ TEST_F(SwitchboardTest, AFailedCallEndsExactlyItsOwnBlockAndTheNextBlocksAreAnsw
                     },
                     &error);
                 pingAnswered = connection->ping();
-            })) << name.toStdString()
-                << " round " << round;
-            EXPECT_FALSE(failedBlockAnswered) << name.toStdString() << " round " << round;
+            }));
+            EXPECT_FALSE(failedBlockAnswered);
             EXPECT_EQ(error.userInfo().value(u"Name"_s).toString(),
-                      u"org.freedesktop.DBus.Error.UnknownMethod"_s)
-                << name.toStdString() << " round " << round;
-            EXPECT_TRUE(pingAnswered) << name.toStdString() << " round " << round;
+                      u"org.freedesktop.DBus.Error.UnknownMethod"_s);
+            EXPECT_TRUE(pingAnswered);
         }
     }
 }
