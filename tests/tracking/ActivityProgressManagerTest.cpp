@@ -1,8 +1,6 @@
 #include "tracking/ActivityProgressManager.h"
 
-#include "FakeCommand.h"
-#include "PeerBus.h"
-#include "RecordingLogger.h"
+#include "CommandPeerFixture.h"
 #include "errors/ContextualAlertInfo.h"
 #include "exception/KSException.h"
 #include "fakes/RecordingCaptureHistory.h"
@@ -10,13 +8,10 @@
 #include "fakes/RecordingUserNotifier.h"
 #include "foundation/KeyedArchive.h"
 #include "foundation/NotificationCenter.h"
-#include "messaging/MessagingThread.h"
 #include "support/ChildProcess.h"
-#include "tracking/CommandListenerService.h"
 #include "tracking/CommandOnXPCConnection.h"
 #include "tracking/ProgressServices.h"
 
-#include <QCoreApplication>
 #include <QDBusPendingCallWatcher>
 #include <QTest>
 #include <gtest/gtest.h>
@@ -27,29 +22,13 @@ static const QDateTime kStart = QDateTime(QDate(2024, 3, 1), QTime(22, 0), Qt::U
 
 // A manager with a recording pane, the process's collaborators replaced by recorders, a clock
 // the test moves, and the wake-up and end notifications counted in one list of events with the
-// pane's calls. A connected manager talks to a command played by a peer connection of this
-// process, which counts every question.
-class ActivityProgressTest : public ::testing::Test
+// pane's calls. A connected manager talks to the peer's command, which counts every question.
+class ActivityProgressTest : public CommandPeerFixture
 {
 protected:
-    static CommandListenerService& service() { return CommandListenerService::sharedService(); }
-
-    // Queued main-thread work, including work that queues more, is done.
-    static void drainMainQueue()
-    {
-        for (int turn = 0; turn < 4; ++turn) {
-            QCoreApplication::sendPostedEvents();
-        }
-    }
-
     void SetUp() override
     {
-        ASSERT_TRUE(MessagingThread::instance().connection().isConnected())
-            << "no session bus: run the tests through scripts/headless";
-        service().setSwitchboardName(u"com.kestrom.monitor"_s);
-        m_command = new FakeCommand;
-        m_endpoint = m_peer.serve(m_command, u"/test/progress"_s);
-        m_log = RecordingLogger::install();
+        ASSERT_NO_FATAL_FAILURE(CommandPeerFixture::SetUp());
         ProgressServices::setUserNotifier(&m_notifier);
         ProgressServices::setCaptureHistory(&m_history);
         CommandListener::setClock([this] { return m_now; });
@@ -72,7 +51,7 @@ protected:
         ProgressServices::setCaptureHistory(nullptr);
         ProgressServices::setPaneFactory({});
         CommandListener::setClock({});
-        Logger::releaseDefaultLogger();
+        CommandPeerFixture::TearDown();
     }
 
     void observe(const QString& name, QList<const void*>& objects, QStringView event)
@@ -124,7 +103,6 @@ protected:
         EXPECT_FALSE(m_log->linesContaining(u"command returned exception"_s).isEmpty());
     }
 
-    std::shared_ptr<RecordingLogger> m_log;
     RecordingUserNotifier m_notifier;
     RecordingCaptureHistory m_history;
     QDateTime m_now = kStart;
@@ -136,9 +114,6 @@ protected:
     QList<std::shared_ptr<RecordingProgressPane>> m_panes;
     QList<std::chrono::milliseconds> m_delays;
     QList<std::function<void()>> m_delayed;
-    PeerBus m_peer{u"peer-progress"_s};
-    FakeCommand* m_command = nullptr;
-    Endpoint m_endpoint;
 };
 
 TEST_F(ActivityProgressTest, ProgressIsInterpretedBeforeThePaneSeesItAndAnyWakeWakes)
@@ -228,8 +203,8 @@ TEST_F(ActivityProgressTest, EveryKindOfStopEndsThePaneAfterTheStopThenNotifiesA
         m_now = kStart;
     }
     EXPECT_EQ(m_log
-                  ->linesContaining(QStringLiteral("received post-mortum: discarding dead "
-                                                   "monitor for connection"))
+                  ->linesContaining(u"received post-mortum: discarding dead "
+                                    "monitor for connection"_s)
                   .size(),
               4);
 }

@@ -1,12 +1,8 @@
 #include "tracking/CommandOnXPCConnection.h"
 
-#include "FakeCommand.h"
-#include "PeerBus.h"
-#include "RecordingLogger.h"
+#include "CommandPeerFixture.h"
 #include "exception/KSException.h"
 #include "messaging/KSPublishedEndpointConnection.h"
-#include "messaging/MessagingThread.h"
-#include "tracking/CommandListenerService.h"
 #include "tracking/CommandManager.h"
 #include "tracking/CommandProxy.h"
 
@@ -72,30 +68,15 @@ TEST(CommandOnXPCConnectionPolicy, ToleranceIsClampedAndSetsTheRetries)
     }
 }
 
-// Connections and managers made the way the monitor makes them, to commands played by a peer
-// connection of this process.
-class CommandOnXPCConnectionTest : public ::testing::Test
+// Connections and managers made the way the monitor makes them, to the peer's command.
+class CommandOnXPCConnectionTest : public CommandPeerFixture
 {
 protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(MessagingThread::instance().connection().isConnected())
-            << "no session bus: run the tests through scripts/headless";
-        m_log = RecordingLogger::install();
-        service().setSwitchboardName(kMonitorName);
-        m_command = new FakeCommand(u"capture"_s);
-        m_endpoint = m_peer.serve(m_command, u"/test/capture"_s);
-    }
-
     void TearDown() override
     {
-        service().removeAllListeners();
-        QCoreApplication::processEvents();
         CommandTaskConnection::setLogLine(nullptr);
-        Logger::releaseDefaultLogger();
+        CommandPeerFixture::TearDown();
     }
-
-    static CommandListenerService& service() { return CommandListenerService::sharedService(); }
 
     std::shared_ptr<CommandManager> connectedManager(const QString& identifier)
     {
@@ -120,11 +101,6 @@ protected:
         }
         return {attempts, std::nullopt};
     }
-
-    PeerBus m_peer{u"peer-connection"_s};
-    std::shared_ptr<RecordingLogger> m_log;
-    FakeCommand* m_command = nullptr;
-    Endpoint m_endpoint;
 };
 
 TEST_F(CommandOnXPCConnectionTest, WithoutANameTheCommandIsAskedForIt)

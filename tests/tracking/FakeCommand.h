@@ -34,77 +34,71 @@ public:
 
     explicit FakeCommand(const QString& name = QStringLiteral("capture"));
 
-    void setAnswers(const Answers& answers)
+    // Runs the work under the lock that guards what the test and the peer thread share.
+    template <typename Work> auto locked(Work work) const
     {
         QMutexLocker locker(&m_mutex);
-        m_answers = answers;
+        return work();
+    }
+
+    void setAnswers(const Answers& answers)
+    {
+        locked([&] { m_answers = answers; });
     }
     int count(const QString& member) const
     {
-        QMutexLocker locker(&m_mutex);
-        return m_counts.value(member);
+        return locked([&] { return m_counts.value(member); });
     }
     QStringList calls() const
     {
-        QMutexLocker locker(&m_mutex);
-        return m_calls;
+        return locked([&] { return m_calls; });
     }
 
     std::atomic<bool> finished{false};
 
 public Q_SLOTS:
-    QString queryNameWithReply() { return answer(u"queryNameWithReply").name; }
+    QString queryNameWithReply() { return answer(__func__).name; }
     // Null strings answer nil.
     QByteArray queryDisplayDescriptionWithReply()
     {
-        return NilableString::archived(
-            answer(u"queryDisplayDescriptionWithReply").displayDescription);
+        return NilableString::archived(answer(__func__).displayDescription);
     }
     QByteArray queryActionUUIDWithReply()
     {
-        return NilableString::archived(answer(u"queryActionUUIDWithReply").actionUUID);
+        return NilableString::archived(answer(__func__).actionUUID);
     }
     bool querySupportsProperty(const QString& property)
     {
-        return property == QStringLiteral("repositoryRef") &&
-               answer(u"querySupportsProperty").supportsRepositoryRef;
+        return property == u"repositoryRef" && answer(__func__).supportsRepositoryRef;
     }
-    bool queryCanCancelWithReply() { return answer(u"queryCanCancelWithReply").canCancel; }
-    bool queryIsHeldWithReply() { return answer(u"queryIsHeldWithReply").isHeld; }
-    bool queryIsPausedWithReply() { return answer(u"queryIsPausedWithReply").isPaused; }
-    bool queryCanPauseWithReply() { return answer(u"queryCanPauseWithReply").canPause; }
-    QByteArray queryRepositoryRefWithReply()
-    {
-        return answer(u"queryRepositoryRefWithReply").repositoryRef;
-    }
+    bool queryCanCancelWithReply() { return answer(__func__).canCancel; }
+    bool queryIsHeldWithReply() { return answer(__func__).isHeld; }
+    bool queryIsPausedWithReply() { return answer(__func__).isPaused; }
+    bool queryCanPauseWithReply() { return answer(__func__).canPause; }
+    QByteArray queryRepositoryRefWithReply() { return answer(__func__).repositoryRef; }
     bool queryIsFinishedWithReply()
     {
-        answer(u"queryIsFinishedWithReply");
+        answer(__func__);
         return finished.load();
     }
     QString queryProcessIdentifierWithReply()
     {
-        return QStringLiteral("pid-of-") + answer(u"queryProcessIdentifierWithReply").name;
+        return QStringLiteral("pid-of-") + answer(__func__).name;
     }
-    Q_NOREPLY void run() { answer(u"run"); }
-    Q_NOREPLY void cancelFrom(int origin) { answer(u"cancelFrom", QString::number(origin)); }
-    Q_NOREPLY void addListenerToPublishedService(const QString& serviceName)
-    {
-        answer(u"addListenerToPublishedService", serviceName);
-    }
-    Q_NOREPLY void removeListenerWithIdentifier(const QString& identifier)
-    {
-        answer(u"removeListenerWithIdentifier", identifier);
-    }
+    Q_NOREPLY void run() { answer(__func__); }
+    Q_NOREPLY void cancelFrom(int origin) { answer(__func__, QString::number(origin)); }
+    Q_NOREPLY void addListenerToPublishedService(const QString& name) { answer(__func__, name); }
+    Q_NOREPLY void removeListenerWithIdentifier(const QString& id) { answer(__func__, id); }
 
 private:
-    Answers answer(QStringView member, const QString& argument = QString())
+    Answers answer(const char* member, const QString& argument = QString())
     {
-        QMutexLocker locker(&m_mutex);
-        ++m_counts[member.toString()];
-        m_calls.append(argument.isNull() ? member.toString()
-                                         : member.toString() + QLatin1Char(':') + argument);
-        return m_answers;
+        const QString name = QString::fromLatin1(member);
+        return locked([&] {
+            ++m_counts[name];
+            m_calls.append(argument.isNull() ? name : name + u':' + argument);
+            return m_answers;
+        });
     }
 
     mutable QMutex m_mutex;
