@@ -104,7 +104,7 @@ void BM_RebuildHistory(benchmark::State& state)
         state.SkipWithError("cannot build the history");
         return;
     }
-    RecentCaptures captures;
+    RecentCaptures captures({}, {}, [](const std::function<void()>& job) { job(); });
     for (auto _ : state) {
         captures.updateRecentCaptureHistoryReevaluating(true);
         if (captures.recentlyCapturedRepositories().size() != state.range(0)) {
@@ -130,7 +130,7 @@ void BM_FindRepositoriesForItems(benchmark::State& state)
         state.SkipWithError("cannot build the history");
         return;
     }
-    RecentCaptures captures;
+    RecentCaptures captures({}, {}, [](const std::function<void()>& job) { job(); });
     captures.updateRecentCaptureHistoryReevaluating(true);
     QStringList paths;
     for (int i = 0; i < 1000; ++i) {

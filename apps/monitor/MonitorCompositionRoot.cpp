@@ -2,8 +2,10 @@
 
 #include "core/MonitorActivityWindow.h"
 #include "core/MonitorUserNotifier.h"
+#include "core/RecentArchives.h"
 #include "core/SessionCommandRequests.h"
 #include "core/SessionDesktopEvents.h"
+#include "core/WorkerPool.h"
 #include "errors/ContextualAlertInfo.h"
 #include "messaging/ActionRunSummary.h"
 #include "platform/ClientApplication.h"
@@ -59,8 +61,9 @@ MonitorApplicationDelegate::Subsystems MonitorCompositionRoot::makeSubsystems() 
                                        ActivityWindow::Factory factory) {
         return std::make_unique<MonitorActivityWindow>(delegate, std::move(factory));
     };
-    subsystems.recentArchives =
-        std::make_unique<RecentArchives>(std::make_shared<RecentCaptures>());
+    subsystems.recentArchives = std::make_unique<RecentArchives>(std::make_shared<RecentCaptures>(
+        RecentCaptures::defaultFolder(), [] { return QDateTime::currentDateTimeUtc(); },
+        [](std::function<void()> job) { WorkerPool::shared().start(std::move(job)); }));
     ProgressServices::setCaptureHistory(subsystems.recentArchives->captureHistory());
     subsystems.desktopEvents = makeDesktopEvents(*subsystems.recentArchives);
     return subsystems;
@@ -81,7 +84,7 @@ MonitorCompositionRoot::makeDesktopEvents(RecentArchives& recentArchives) const
     // The delegate exists by the time any of these is called; it is made after the subsystems.
     SessionDesktopEvents::Hooks hooks;
     hooks.updateHistoryNotification = [&recentArchives](const QVariantMap&) {
-        recentArchives.updateRecentRepositoryCache();
+        recentArchives.volumeDidMount();
     };
     hooks.orderMonitorWindowFront = [] {
         if (auto* delegate = MonitorApplicationDelegate::sharedDelegate()) {

@@ -19,6 +19,13 @@ void RecentArchives::updateRecentRepositoryCache()
     }
 }
 
+void RecentArchives::volumeDidMount()
+{
+    if (m_captures) {
+        m_captures->updateHistoryNotification(RecentCaptures::kVolumeDidMount);
+    }
+}
+
 QByteArray RecentArchives::recentlyCapturedRepositories() const
 {
     return KeyedArchive::archivedData(m_captures ? m_captures->recentlyCapturedRepositories()

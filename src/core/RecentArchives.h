@@ -14,6 +14,8 @@ public:
     explicit RecentArchives(std::shared_ptr<RecentCaptures> captures = {});
     virtual ~RecentArchives();
     virtual void updateRecentRepositoryCache();
+    // A volume mounted: archives that were out of reach may be back.
+    virtual void volumeDidMount();
     // Keyed archives of arrays; an empty array without a history.
     virtual QByteArray recentlyCapturedRepositories() const;
     virtual QByteArray findRepositoriesForItems(const QByteArray& items) const;

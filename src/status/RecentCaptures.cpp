@@ -110,9 +110,10 @@ private:
     QList<FQIdentifier> m_shallow;
 };
 
-RecentCaptures::RecentCaptures(QString folder, Clock clock)
+RecentCaptures::RecentCaptures(QString folder, Clock clock, Runner runner)
     : m_folder(folder.isEmpty() ? defaultFolder() : std::move(folder))
     , m_clock(clock ? std::move(clock) : [] { return QDateTime::currentDateTimeUtc(); })
+    , m_runner(std::move(runner))
 {}
 
 RecentCaptures::~RecentCaptures() = default;
@@ -124,11 +125,35 @@ QString RecentCaptures::defaultFolder()
 
 void RecentCaptures::updateRecentRepositoryCache()
 {
-    try {
-        updateRecentCaptureHistoryReevaluating(false);
-    } catch (const std::exception& exception) {
-        Logger::log(4, exception);
+    scheduleRebuild(false);
+}
+
+void RecentCaptures::scheduleRebuild(bool reevaluate)
+{
+    {
+        QMutexLocker locker(&m_scheduleLock);
+        m_pendingReevaluates = m_pendingReevaluates || reevaluate;
+        if (std::exchange(m_rebuildPending, true)) {
+            return;
+        }
     }
+    m_runner([weak = weak_from_this()] {
+        const auto self = weak.lock();
+        if (!self) {
+            return;
+        }
+        bool reevaluates = false;
+        {
+            QMutexLocker locker(&self->m_scheduleLock);
+            self->m_rebuildPending = false;
+            reevaluates = std::exchange(self->m_pendingReevaluates, false);
+        }
+        try {
+            self->updateRecentCaptureHistoryReevaluating(reevaluates);
+        } catch (const std::exception& exception) {
+            Logger::log(4, exception);
+        }
+    });
 }
 
 void RecentCaptures::updateHistoryNotification()
@@ -139,11 +164,7 @@ void RecentCaptures::updateHistoryNotification()
 void RecentCaptures::updateHistoryNotification(const QString& notificationName)
 {
     if (notificationName == kVolumeDidMount) {
-        try {
-            updateRecentCaptureHistoryReevaluating(true);
-        } catch (const std::exception& exception) {
-            Logger::log(4, exception);
-        }
+        scheduleRebuild(true);
     }
 }
 
@@ -154,7 +175,16 @@ QString RecentCaptures::evaluate(const QString& name, const QString& path,
     const QByteArray alias = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     const auto bookmark = BookmarkPath::fromBookmarkData(alias);
     if (!bookmark) {
-        return QStringLiteral("Capture history file %1 holds no bookmark").arg(name);
+        // Perhaps written this moment, or by a newer capture: not ours to delete.
+        Logger::log(4, QStringLiteral("Capture history file %1 could not be read: %2")
+                           .arg(name, file.error() != QFileDevice::NoError
+                                          ? file.errorString()
+                                          : QStringLiteral("no bookmark")));
+        if (modified.secsTo(m_clock()) > kMaximumAge) {
+            return QStringLiteral("Capture history file %1 hasn't been updated recently").arg(name);
+        }
+        record.info = {{kName, name}, {kModified, modified}};
+        return {};
     }
     QString display = bookmark->recordedValue(ResourceValues::kLocalizedNameKey).toString();
     if (display.isEmpty()) {
@@ -164,16 +194,19 @@ QString RecentCaptures::evaluate(const QString& name, const QString& path,
     QVariantList outline;
     if (!url.isEmpty()) {
         QFile index(QDir(url.toLocalFile()).filePath(kOutlineFileName));
-        if (index.exists()) {
+        if (index.exists() && !index.open(QIODevice::ReadOnly)) {
+            // Data that cannot be read now may be read later: only data that cannot be
+            // interpreted condemn the history.
+            Logger::log(4, QStringLiteral("Outline of archive %1 could not be read: %2")
+                               .arg(display, index.errorString()));
+        } else if (index.isOpen()) {
             bool interpreted = false;
-            if (index.open(QIODevice::ReadOnly)) {
-                try {
-                    const QVariant value = KeyedArchive::unarchiveObjectWithData(index.readAll());
-                    interpreted = value.metaType() == QMetaType::fromType<QVariantList>();
-                    outline = value.toList();
-                } catch (const std::exception&) {
-                    // Reported below in the words the user knows.
-                }
+            try {
+                const QVariant value = KeyedArchive::unarchiveObjectWithData(index.readAll());
+                interpreted = value.metaType() == QMetaType::fromType<QVariantList>();
+                outline = value.toList();
+            } catch (const std::exception&) {
+                // Reported below in the words the user knows.
             }
             if (!interpreted) {
                 return QStringLiteral("Capture history for archive %1 couldn't be interpreted")
@@ -203,7 +236,12 @@ QString RecentCaptures::evaluate(const QString& name, const QString& path,
 
 void RecentCaptures::updateRecentCaptureHistoryReevaluating(bool reevaluate)
 {
-    QMutexLocker locker(&m_recentLock);
+    QMutexLocker rebuilding(&m_rebuildLock);
+    QHash<QString, Record> cache;
+    {
+        QMutexLocker locker(&m_recentLock);
+        cache = m_recentAliasInfo;
+    }
     QHash<QString, Record> rebuilt;
     const QDir folder(m_folder);
     const QFileInfoList entries = folder.exists()
@@ -212,9 +250,8 @@ void RecentCaptures::updateRecentCaptureHistoryReevaluating(bool reevaluate)
     for (const QFileInfo& entry : entries) {
         const QString name = entry.fileName();
         const QDateTime modified = entry.lastModified().toUTC();
-        const auto cached = m_recentAliasInfo.constFind(name);
-        if (!reevaluate && cached != m_recentAliasInfo.cend() &&
-            cached->info.contains(kRepository) &&
+        const auto cached = cache.constFind(name);
+        if (!reevaluate && cached != cache.cend() && cached->info.contains(kRepository) &&
             cached->info.value(kModified).toDateTime() == modified) {
             rebuilt.insert(name, *cached);
             continue;
@@ -231,7 +268,7 @@ void RecentCaptures::updateRecentCaptureHistoryReevaluating(bool reevaluate)
                               QFile::encodeName(entry.filePath()).constData());
         }
     }
-    for (auto it = m_recentAliasInfo.cbegin(); it != m_recentAliasInfo.cend(); ++it) {
+    for (auto it = cache.cbegin(); it != cache.cend(); ++it) {
         if (!rebuilt.contains(it.key())) {
             Logger::log(9, QStringLiteral("removing recent alias '%1'").arg(it.key()));
         }
@@ -240,6 +277,7 @@ void RecentCaptures::updateRecentCaptureHistoryReevaluating(bool reevaluate)
     std::stable_sort(byDate.begin(), byDate.end(), [](const Record& left, const Record& right) {
         return left.info.value(kModified).toDateTime() > right.info.value(kModified).toDateTime();
     });
+    QMutexLocker locker(&m_recentLock);
     m_recentAliasInfo = std::move(rebuilt);
     m_recentByDate = std::move(byDate);
 }

@@ -17,12 +17,15 @@
 // The archives captured recently, from the bookmark files that captures leave in the user's
 // "Recent Captures" folder, each with the outline of the items it holds ("outline.index" in the
 // archive). It answers which archives were captured lately, newest first, and which of them
-// hold given items, and it deletes history files that have gone stale. Rebuilt on the main
-// thread; queries come from any thread.
-class RecentCaptures final : public CaptureHistory
+// hold given items, and it deletes history files that have gone stale. Rebuilds run through
+// the runner it is given (the worker pool in the monitor), one at a time; queries come from any
+// thread and are answered from the last finished rebuild meanwhile.
+class RecentCaptures final : public CaptureHistory,
+                             public std::enable_shared_from_this<RecentCaptures>
 {
 public:
     using Clock = std::function<QDateTime()>;
+    using Runner = std::function<void(std::function<void()> job)>;
 
     static inline const QString kFolderName = QStringLiteral("Recent Captures");
     static inline const QString kOutlineFileName = QStringLiteral("outline.index");
@@ -32,13 +35,14 @@ public:
 
     // An empty folder means $XDG_CONFIG_HOME/Kestrom/Recent Captures, looked up now; an empty
     // clock the system's.
-    explicit RecentCaptures(QString folder = {}, Clock clock = {});
+    RecentCaptures(QString folder, Clock clock, Runner runner);
     ~RecentCaptures() override;
 
     static QString defaultFolder();
 
-    // Rebuilds without re-evaluation; failures are logged, never raised.
+    // A rebuild without re-evaluation, through the runner; failures are logged, never raised.
     void updateRecentRepositoryCache();
+    // Rebuilds now, on the calling thread.
     void updateRecentCaptureHistoryReevaluating(bool reevaluate);
     void updateHistoryNotification() override;
     // A workspace notice: only a mounted volume rebuilds, and then every archive is looked at
@@ -70,8 +74,18 @@ private:
                      Record& record) const;
     static QVariantMap resultRecord(const QVariantMap& info);
 
+    // Rebuilds once more through the runner; requests while one waits join it.
+    void scheduleRebuild(bool reevaluate);
+
     const QString m_folder;
     Clock m_clock;
+    Runner m_runner;
+    QMutex m_scheduleLock;
+    bool m_rebuildPending = false;
+    bool m_pendingReevaluates = false;
+    // Held through a rebuild, so that two never interleave; queries never take it.
+    QMutex m_rebuildLock;
+    // Held only to read or swap the cache, never across file I/O.
     mutable QMutex m_recentLock;
     QHash<QString, Record> m_recentAliasInfo;
     QList<Record> m_recentByDate;

@@ -19,7 +19,16 @@ protected:
         StatusFixture::SetUp();
         VolumeCatalog::setShared(m_catalog);
         setMounted(true);
-        m_history = std::make_unique<RecentCaptures>(QString(), [this] { return m_now; });
+        m_history = std::make_shared<RecentCaptures>(
+            QString(),
+            [this] {
+                // Asked in the middle of a rebuild: the cache must be free to read.
+                if (m_queryDuringRebuild) {
+                    m_answeredDuringRebuild = m_history->recentlyCapturedRepositories().size();
+                }
+                return m_now;
+            },
+            [this](std::function<void()> job) { m_jobs.append(std::move(job)); });
     }
 
     void TearDown() override
@@ -82,23 +91,46 @@ protected:
         return namesOf(m_history->findRepositoriesForItems(paths));
     }
 
+    // Asks for a rebuild and runs what the runner was given.
+    void rebuild()
+    {
+        m_history->updateRecentRepositoryCache();
+        runJobs();
+    }
+
+    void runJobs()
+    {
+        for (const auto& job : std::exchange(m_jobs, {})) {
+            job();
+        }
+    }
+
     std::shared_ptr<FakeVolumeCatalog> m_catalog = std::make_shared<FakeVolumeCatalog>();
-    std::unique_ptr<RecentCaptures> m_history;
+    std::shared_ptr<RecentCaptures> m_history;
+    QList<std::function<void()>> m_jobs;
+    bool m_queryDuringRebuild = false;
+    qsizetype m_answeredDuringRebuild = -1;
 };
 
 TEST_F(RecentCapturesTest, RebuildKeepsFreshHistoriesAndDeletesStaleOnes)
 {
     const QString newest = captured(u"Newest"_s, 60);
-    captured(u"Oldest kept"_s, RecentCaptures::kMaximumAge);
-    captured(u"Too old"_s, RecentCaptures::kMaximumAge + 1);
+    captured(u"Oldest kept"_s, 2764800);
+    captured(u"Too old"_s, 2764801);
     const QString deleted = captured(u"Deleted"_s, 120);
     ASSERT_TRUE(QDir(deleted).removeRecursively());
     const QString garbled = captured(u"Garbled"_s, 180);
     writeFile(garbled + u"/outline.index"_s, "\xa1\x01");
     writeFile(historyFile(u"Nothing"_s), "not a bookmark");
+    // An outline that cannot be opened now may be readable later: the history stays.
+    const QString unreadable = captured(u"Unreadable"_s, 240);
+    ASSERT_TRUE(QDir(unreadable).mkpath(u"outline.index"_s));
 
-    m_history->updateRecentRepositoryCache();
-    EXPECT_EQ(recentNames(), (QStringList{u"Newest"_s, u"Oldest kept"_s}));
+    m_queryDuringRebuild = true;
+    rebuild();
+    EXPECT_EQ(m_answeredDuringRebuild, 0) << "the cache was locked during the rebuild's I/O";
+    m_queryDuringRebuild = false;
+    EXPECT_EQ(recentNames(), (QStringList{u"Newest"_s, u"Unreadable"_s, u"Oldest kept"_s}));
     const QVariantMap first = m_history->recentlyCapturedRepositories().value(0).toMap();
     EXPECT_EQ(first[u"path"_s], newest);
     EXPECT_EQ(first[u"cpath"_s], QFile::encodeName(newest) + QByteArray(1, '\0'));
@@ -111,8 +143,7 @@ TEST_F(RecentCapturesTest, RebuildKeepsFreshHistoriesAndDeletesStaleOnes)
     for (const Gone& gone :
          {Gone{u"Too old"_s, u"Capture history for archive Too old hasn't been updated recently"_s},
           Gone{u"Deleted"_s, u"Capture history for archive Deleted appears to have been deleted"_s},
-          Gone{u"Garbled"_s, u"Capture history for archive Garbled couldn't be interpreted"_s},
-          Gone{u"Nothing"_s, u"Capture history file Nothing holds no bookmark"_s}}) {
+          Gone{u"Garbled"_s, u"Capture history for archive Garbled couldn't be interpreted"_s}}) {
         EXPECT_FALSE(QFile::exists(historyFile(gone.name))) << gone.name.toStdString();
         const auto lines = m_log->linesContaining(gone.logged);
         ASSERT_EQ(lines.size(), 1) << gone.logged.toStdString();
@@ -120,10 +151,17 @@ TEST_F(RecentCapturesTest, RebuildKeepsFreshHistoriesAndDeletesStaleOnes)
         EXPECT_EQ(m_log->linesContaining(u"deleted "_s + historyFile(gone.name)).size(), 1);
     }
 
+    // A file that holds no bookmark is not the monitor's to delete; it is said once a rebuild.
+    EXPECT_TRUE(QFile::exists(historyFile(u"Nothing"_s)));
+    EXPECT_EQ(m_log->classesOf(u"Capture history file Nothing could not be read: no bookmark"_s),
+              QList<int>{4});
+    EXPECT_EQ(m_log->linesContaining(u"Outline of archive Unreadable could not be read"_s).size(),
+              1);
+
     // A history that disappears is dropped from the cache with a note.
     ASSERT_TRUE(QFile::remove(historyFile(u"Newest"_s)));
-    m_history->updateRecentRepositoryCache();
-    EXPECT_EQ(recentNames(), QStringList{u"Oldest kept"_s});
+    rebuild();
+    EXPECT_EQ(recentNames(), (QStringList{u"Unreadable"_s, u"Oldest kept"_s}));
     EXPECT_EQ(m_log->linesContaining(u"removing recent alias 'Newest'"_s).size(), 1);
 }
 
@@ -131,14 +169,20 @@ TEST_F(RecentCapturesTest, AnArchiveOnAnUnmountedVolumeIsKeptUntilItComesBack)
 {
     captured(u"Travel"_s, 60, {u"Photos"_s});
     setMounted(false);
-    m_history->updateRecentRepositoryCache();
+    rebuild();
     EXPECT_TRUE(QFile::exists(historyFile(u"Travel"_s)));
     EXPECT_TRUE(recentNames().isEmpty());
 
     setMounted(true);
     m_history->updateHistoryNotification(u"DiskEventVolumeWasUnmounted"_s);
-    EXPECT_TRUE(recentNames().isEmpty());
+    EXPECT_TRUE(m_jobs.isEmpty()) << "an unmount rebuilds nothing";
+    // Requests while a rebuild waits join it, and one that re-evaluates makes it re-evaluate.
+    m_history->updateRecentRepositoryCache();
     m_history->updateHistoryNotification(u"DiskEventVolumeDidMount"_s);
+    m_history->updateRecentRepositoryCache();
+    EXPECT_EQ(m_jobs.size(), 1);
+    EXPECT_TRUE(recentNames().isEmpty()) << "nothing is rebuilt on the asking thread";
+    runJobs();
     EXPECT_EQ(recentNames(), QStringList{u"Travel"_s});
     EXPECT_EQ(namesFor({u"Photos/beach.jpg"_s}), QStringList{u"Travel"_s});
 }
@@ -147,7 +191,7 @@ TEST_F(RecentCapturesTest, ItemsFindTheArchivesThatHoldThem)
 {
     captured(u"Older"_s, 600, {u"Shared/a.txt"_s, u"Docs"_s});
     captured(u"Newer"_s, 60, {u"Shared"_s, u"Music/song.mp3"_s});
-    m_history->updateRecentRepositoryCache();
+    rebuild();
     struct Row
     {
         QStringList items;
