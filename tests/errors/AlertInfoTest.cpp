@@ -128,6 +128,11 @@ TEST_F(AlertRules, EachRulePicksItsTextsButtonsAndHelp)
     EXPECT_EQ(AlertInfoForCanceledCommand(&cancel)->alertStyle(), AlertTemplate::kWarningStyle);
     const KSException data = named("Data", "verify").setPOSIXErr(13);
     EXPECT_EQ(AlertInfoForAnyCommand(&data)->alertStyle(), AlertTemplate::kCriticalStyle);
+    // The expected version is filled in.
+    const KSException future =
+        named("Data", "capture").setExplanation(u"readfuture"_s).setExpected(u"2.3"_s);
+    EXPECT_TRUE(AlertInfoForAnyCommand(&future)->informativeText().endsWith(
+        u"upgrade the application to version 2.3 or later."_s));
 
     // Without ".Command" the placeholder takes the generic word.
     const KSException bug = failure(u"Bug"_s);
@@ -157,16 +162,6 @@ TEST_F(AlertRules, RulesThatDoNotApplyAnswerNothingAndNoExceptionIsAProgrammingE
     EXPECT_EQ(AlertInfoForFileException(&unexplained), nullptr);
 }
 
-TEST_F(AlertRules, ExpectedVersionIsFilledIn)
-{
-    KSException future = failure(u"Data"_s, u"capture"_s);
-    future.setExplanation(u"readfuture"_s).setExpected(u"2.3"_s);
-    const auto info = AlertInfoForAnyCommand(&future);
-    ASSERT_NE(info, nullptr);
-    EXPECT_TRUE(
-        info->informativeText().endsWith(u"upgrade the application to version 2.3 or later."_s));
-}
-
 TEST(AlertContext, IsTheUserInfoWithNamesAndDefaults)
 {
     ContextualAlertInfo::setCommandNamer(&displayName);
@@ -194,7 +189,7 @@ TEST(AlertContext, IsTheUserInfoWithNamesAndDefaults)
               -5000);
 }
 
-TEST(AlertPlaceholders, EachIsReplacedOnceAndUnknownOnesStay)
+TEST(AlertPlaceholders, EachIsReplacedOnceFromTheContextSetLastAndUnknownOnesStay)
 {
     const QVariantMap context{{u"Command"_s, u"Capture"_s}, {u"Count"_s, 3}};
     EXPECT_EQ(ContextualAlertInfo::replacePlaceholders(
@@ -203,10 +198,7 @@ TEST(AlertPlaceholders, EachIsReplacedOnceAndUnknownOnesStay)
     EXPECT_EQ(ContextualAlertInfo::replacePlaceholders(u"plain"_s, context), u"plain"_s);
     EXPECT_EQ(ContextualAlertInfo::replacePlaceholders(u"{Command"_s, context), u"{Command"_s);
     EXPECT_THROW(ContextualAlertInfo::replacePlaceholders(QString(), context), std::logic_error);
-}
 
-TEST(AlertPlaceholders, ContextualTextsFollowTheContextSetLater)
-{
     auto info =
         ContextualAlertInfo::withAlertTemplateIn(AlertTemplates::archiveAlerts(), u"noaccess"_s);
     ASSERT_NE(info, nullptr);
@@ -290,7 +282,7 @@ TEST(AlertActionSets, ZeroEndsAListAndSetOperationsKeepCodeOrder)
     EXPECT_TRUE(AlertActionSet::descriptionForAction(8).isEmpty());
 }
 
-TEST(AlertErrorObject, CarriesTextsButtonsAndTheAlert)
+TEST(AlertErrorObject, CarriesTextsButtonsAndTheAlertButNoRecoveryWithoutButtons)
 {
     const ContextualAlertInfo info(
         *CannedAlertInfo::templateIn(AlertTemplates::exceptionNameAlerts(), u"Data"_s),
@@ -311,18 +303,14 @@ TEST(AlertErrorObject, CarriesTextsButtonsAndTheAlert)
         error.userInfo().value(u"KSAlertInfo"_s).value<std::shared_ptr<const AlertInfo>>();
     ASSERT_NE(carried, nullptr);
     EXPECT_EQ(carried->helpTag(), u"trblrepair"_s);
-}
 
-TEST(AlertErrorObject, AnAlertWithoutButtonsHasNoRecoveryActions)
-{
-    const AlertInfo base;
-    const Error error = base.errorWithRecoveryAttempter(nullptr, {});
-    EXPECT_FALSE(error.userInfo().contains(u"KSRecoveryActions"_s));
-    EXPECT_FALSE(error.userInfo().contains(Error::kRecoveryAttempterKey));
-    EXPECT_TRUE(error.localizedRecoveryOptions().isEmpty());
+    const Error plain = AlertInfo().errorWithRecoveryAttempter(nullptr, {});
+    EXPECT_FALSE(plain.userInfo().contains(u"KSRecoveryActions"_s));
+    EXPECT_FALSE(plain.userInfo().contains(Error::kRecoveryAttempterKey));
+    EXPECT_TRUE(plain.localizedRecoveryOptions().isEmpty());
     // The base's own texts say the alert classes failed.
-    EXPECT_EQ(error.localizedDescription(), u"Internal Alert error"_s);
-    EXPECT_EQ(error.localizedRecoverySuggestion(),
+    EXPECT_EQ(plain.localizedDescription(), u"Internal Alert error"_s);
+    EXPECT_EQ(plain.localizedRecoverySuggestion(),
               u"Something is seriously wrong with the alert system classes in this "
               "application. Please chew out the developer."_s);
 }

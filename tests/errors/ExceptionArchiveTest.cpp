@@ -31,7 +31,7 @@ KSException richException()
 }
 } // namespace
 
-TEST(ExceptionWireForm, NestedDetailsCrossIntact)
+TEST(ExceptionWireForm, NestedDetailsCrossIntactAndAForeignExceptionKeepsItsClass)
 {
     const KSException original = richException();
     const auto decoded =
@@ -50,18 +50,15 @@ TEST(ExceptionWireForm, NestedDetailsCrossIntact)
     ASSERT_NE(cause, nullptr);
     ASSERT_NE(cause->asKSException(), nullptr);
     EXPECT_EQ(cause->asKSException()->details().value(u"Port"_s).toString(), u"0xdead"_s);
-}
 
-TEST(ExceptionWireForm, AForeignExceptionKeepsItsClass)
-{
     const Exception foreign(u"NSRangeException"_s, u"index 3 beyond"_s, {{u"Index"_s, 3}});
-    const auto decoded =
+    const auto decodedForeign =
         ExceptionArchive::exceptionFromData(ExceptionArchive::dataForException(foreign));
-    ASSERT_NE(decoded, nullptr);
-    EXPECT_EQ(decoded->asKSException(), nullptr);
-    EXPECT_EQ(decoded->className(), u"Exception"_s);
-    EXPECT_EQ(decoded->name(), u"NSRangeException"_s);
-    EXPECT_EQ(KSException::preferredLogClassForException(*decoded), 5);
+    ASSERT_NE(decodedForeign, nullptr);
+    EXPECT_EQ(decodedForeign->asKSException(), nullptr);
+    EXPECT_EQ(decodedForeign->className(), u"Exception"_s);
+    EXPECT_EQ(decodedForeign->name(), u"NSRangeException"_s);
+    EXPECT_EQ(KSException::preferredLogClassForException(*decodedForeign), 5);
 }
 
 TEST(ExceptionWireForm, APeerBuiltArchiveDecodesAndAClassUnknownHereKeepsWhatItSaid)
