@@ -74,20 +74,18 @@ TEST(SwitchboardNames, TheUserOfAProcessComesFromTheKernelNeverFromItsEnvironmen
 
 TEST(ClientIdentifier, TheBinaryFormIsANameValueAndFourBytesAndReadsBackWhole)
 {
-    QByteArray bytes;
-    QDataStream out(&bytes, QIODevice::WriteOnly);
-    const ClientIdentifier a(u"A"_s, 5);
-    a.assembleContents(out);
-    EXPECT_EQ(bytes.toHex(), QByteArray("01"
-                                        "00000001"
-                                        "41"
-                                        "00000005"));
-    EXPECT_EQ(a.sizeEstimate(), bytes.size());
+    const auto assembled = [](const ClientIdentifier& identifier) {
+        QByteArray bytes;
+        QDataStream out(&bytes, QIODevice::WriteOnly);
+        identifier.assembleContents(out);
+        return bytes;
+    };
+    // 01 a name value, 00000001 its length, 41 "A", 00000005 the number.
+    EXPECT_EQ(assembled(ClientIdentifier(u"A"_s, 5)).toHex(), "01000000014100000005");
     for (const ClientIdentifier& original :
-         {ClientIdentifier(u"Bücher-Ü"_s, 0xFFFFFFFF), ClientIdentifier(QString(), 7)}) {
-        QByteArray data;
-        QDataStream writing(&data, QIODevice::WriteOnly);
-        original.assembleContents(writing);
+         {ClientIdentifier(u"A"_s, 5), ClientIdentifier(u"Bücher-Ü"_s, 0xFFFFFFFF),
+          ClientIdentifier(QString(), 7)}) {
+        const QByteArray data = assembled(original);
         EXPECT_EQ(original.sizeEstimate(), data.size());
         QDataStream reading(data);
         const ClientIdentifier read = ClientIdentifier::readContents(reading);

@@ -277,8 +277,7 @@ TEST_F(SwitchboardTest, MessageFailuresLogOnceUntilABarrierSucceeds)
     ASSERT_TRUE(QTest::qWaitFor([&] { return connection->ping(); }, 30000));
     EXPECT_EQ(logLinesContaining(logged), 1);
     failOnce();
-    ASSERT_TRUE(QTest::qWaitFor([&] { return logLinesContaining(logged) == 2; }, 30000));
-    EXPECT_EQ(logLinesContaining(logged), 2);
+    EXPECT_TRUE(QTest::qWaitFor([&] { return logLinesContaining(logged) == 2; }, 30000));
 }
 
 TEST_F(SwitchboardTest, TheHubRefusesASecondHubAndMalformedInputAndCarriesOn)

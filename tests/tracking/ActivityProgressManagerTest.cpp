@@ -202,11 +202,8 @@ TEST_F(ActivityProgressTest, EveryKindOfStopEndsThePaneAfterTheStopThenNotifiesA
         }
         m_now = kStart;
     }
-    EXPECT_EQ(m_log
-                  ->linesContaining(u"received post-mortum: discarding dead "
-                                    "monitor for connection"_s)
-                  .size(),
-              4);
+    const QString postMortem = u"received post-mortum: discarding dead monitor for connection"_s;
+    EXPECT_EQ(m_log->linesContaining(postMortem).size(), 4);
 }
 
 TEST_F(ActivityProgressTest, ARunningCommandWhoseConnectionIsLostOrThatIsRemovedIsLost)
