@@ -159,6 +159,11 @@ int showStatus(const QStringList& arguments)
     if (arguments.size() != 1) {
         return complain(QStringLiteral("status needs one path"), 2);
     }
+    // A status record is made up for any folder it is asked about: say first whether the
+    // archive is there at all.
+    if (!QFileInfo(arguments.first()).isDir()) {
+        return complain(QStringLiteral("archive not found: %1").arg(arguments.first()), 1);
+    }
     const auto status = RepositoryStatus::statusForRepository(arguments.first());
     if (!status) {
         return complain(QStringLiteral("no readable status in %1").arg(arguments.first()), 1);

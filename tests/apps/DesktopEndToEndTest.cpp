@@ -2,6 +2,7 @@
 #include "support/PrivateBus.h"
 
 #include <QDBusConnection>
+#include <QFileInfo>
 
 using namespace Qt::StringLiterals;
 
@@ -146,22 +147,47 @@ TEST_F(DesktopEndToEndTest, ArchivesThatNeedRepairAreAnnouncedAtTheStartAndWhenT
         << watch->output().toStdString();
 }
 
-TEST_F(DesktopEndToEndTest, AMountedVolumeReachesTheSwitchboard)
+// A disk reaches the switchboard; the tmpfs mounted before it, as sandboxes do all the time,
+// does not. The capture history is looked at again.
+TEST_F(DesktopEndToEndTest, AMountedDiskReachesTheSwitchboardAndNoOtherMountDoes)
 {
     if (!m_canMount) {
         GTEST_SKIP() << "this machine cannot give the monitor a mount namespace";
     }
     auto watch = ctl(words("watch DiskEventVolumeDidMount"));
     ASSERT_TRUE(watch->waitForOutput(u"watching"_s));
-    QTemporaryDir volume;
-    ASSERT_EQ(QProcess::execute(u"nsenter"_s,
-                                QStringList{u"-t"_s, QString::number(m_monitor->pid())}
-                                    << words("-m mount -t tmpfs kestrom-test") << volume.path()),
-              0);
+    QTemporaryDir scratch;
+    QTemporaryDir sandbox;
+    QTemporaryDir disk;
+    const QString image = scratch.filePath(u"disk.img"_s);
+    ASSERT_EQ(QProcess::execute(u"truncate"_s, {u"-s"_s, u"8M"_s, image}), 0);
+    ASSERT_EQ(QProcess::execute(u"mkfs.ext4"_s, {u"-q"_s, image}), 0);
+    const auto mountInMonitor = [this](const QStringList& arguments) {
+        return QProcess::execute(u"nsenter"_s,
+                                 QStringList{u"-t"_s, QString::number(m_monitor->pid())}
+                                     << words("-m mount") << arguments);
+    };
+    ASSERT_EQ(mountInMonitor(words("-t tmpfs kestrom-test") << sandbox.path()), 0);
+    if (mountInMonitor(words("-o loop") << image << disk.path()) != 0) {
+        GTEST_SKIP() << "this machine cannot mount a loop image";
+    }
     ASSERT_TRUE(watch->waitForOutput(u"notification from EventAgent"_s))
         << watch->output().toStdString();
-    EXPECT_TRUE(watch->output().contains(volume.path())) << watch->output().toStdString();
-    EXPECT_EQ(logLinesContaining(u"posting volume %1 mount notification"_s.arg(volume.path())), 1);
+    EXPECT_TRUE(watch->output().contains(disk.path())) << watch->output().toStdString();
+    EXPECT_FALSE(watch->output().contains(sandbox.path())) << watch->output().toStdString();
+    EXPECT_EQ(logLinesContaining(u"posting volume %1 mount notification"_s.arg(disk.path())), 1);
+    EXPECT_EQ(logLinesContaining(u"posting volume %1 mount notification"_s.arg(sandbox.path())), 0);
+}
+
+TEST_F(DesktopEndToEndTest, TheStatusOfAnArchiveThatIsNotThereIsNotFound)
+{
+    const QString missing = u"/nonexistent/Gone.stromi"_s;
+    auto status = ctl(QStringList{u"archive"_s, u"status"_s, missing});
+    ASSERT_TRUE(status->finished());
+    EXPECT_EQ(status->exitCode(), 1);
+    EXPECT_TRUE(status->output().contains(u"archive not found: "_s + missing))
+        << status->output().toStdString();
+    EXPECT_FALSE(QFileInfo::exists(missing));
 }
 
 #include "DesktopEndToEndTest.moc"
