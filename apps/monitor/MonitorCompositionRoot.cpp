@@ -80,7 +80,9 @@ MonitorCompositionRoot::makeDesktopEvents(RecentArchives& recentArchives) const
     services.taskbar =
         std::make_unique<WindowTaskbarPresence>(WindowTaskbarPresence::Policy::Regular);
     services.notifications =
-        std::make_unique<DBusUserNotificationCenter>(QStringLiteral("Kestrom Activity Monitor"));
+        std::make_unique<DBusUserNotificationCenter>(DBusUserNotificationCenter::Application{
+            QStringLiteral("Kestrom Activity Monitor"), QStringLiteral("com.kestrom.monitor"),
+            QStringLiteral("com.kestrom.monitor")});
     // The delegate exists by the time any of these is called; it is made after the subsystems.
     SessionDesktopEvents::Hooks hooks;
     hooks.updateHistoryNotification = [&recentArchives](const QVariantMap&) {
