@@ -85,20 +85,17 @@ TEST(ExceptionWireForm, APeerBuiltArchiveDecodesAndAClassUnknownHereKeepsWhatItS
     EXPECT_EQ(known->asKSException()->preferredLogClass(), 3);
 }
 
-TEST(ExceptionWireForm, ARootThatIsNotAnExceptionIsLoggedAndGivesNone)
+// A root that is not an exception is logged.
+TEST(ExceptionWireForm, DataThatIsNoExceptionGivesNoneAndBytesThatAreNoArchiveRaise)
 {
     RecordingLogSink sink;
-    const QByteArray data = QCborValue(u"just text"_s).toCbor();
-    EXPECT_EQ(ExceptionArchive::exceptionFromData(data), nullptr);
+    EXPECT_EQ(ExceptionArchive::exceptionFromData(QCborValue(u"just text"_s).toCbor()), nullptr);
     const auto lines = sink.lines();
     ASSERT_EQ(lines.size(), 1);
     EXPECT_EQ(lines.at(0).logClass, 9);
-    EXPECT_EQ(lines.at(0).text, u"+[Exception exceptionFromData:] exception object was actually a "
-                                "String"_s);
-}
+    EXPECT_EQ(lines.at(0).text,
+              u"+[Exception exceptionFromData:] exception object was actually a String"_s);
 
-TEST(ExceptionWireForm, NoDataIsNoExceptionAndBytesThatAreNotAnArchiveRaise)
-{
     EXPECT_EQ(ExceptionArchive::exceptionFromData({}), nullptr);
     const QByteArray data = ExceptionArchive::dataForException(richException());
     EXPECT_THROW(ExceptionArchive::exceptionFromData(data.left(data.size() / 2)), KSException);

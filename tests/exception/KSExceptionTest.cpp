@@ -3,7 +3,6 @@
 #include "exception/Error.h"
 #include "support/RecordingLogSink.h"
 
-#include <QFileInfo>
 #include <cerrno>
 #include <gtest/gtest.h>
 #include <ostream>
@@ -121,8 +120,7 @@ TEST(KSExceptionDescription, NameInBracketsThenReasonThenDetails)
     EXPECT_EQ(exception.description(), u"<IO> Cannot create support folder"_s);
     exception.setStrPath(u"/Users/me/Application Support"_s);
     EXPECT_EQ(exception.description(),
-              u"<IO> Cannot create support folder { Path='/Users/me/Application "
-              "Support' }"_s);
+              u"<IO> Cannot create support folder { Path='/Users/me/Application Support' }"_s);
     exception.setPOSIXErr(EACCES);
     EXPECT_EQ(exception.description(),
               u"<IO> Cannot create support folder { ErrDescription='Permission "

@@ -1,7 +1,6 @@
 #include "foundation/HumanReadableString.h"
 
 #include <QLocale>
-#include <QTimeZone>
 #include <atomic>
 #include <cstdlib>
 #include <ctime>

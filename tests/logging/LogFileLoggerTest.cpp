@@ -5,10 +5,8 @@
 #include "support/PrivateBus.h"
 
 #include <QDir>
-#include <QFileInfo>
 #include <QProcess>
 #include <QTest>
-#include <QTimeZone>
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -10,7 +10,6 @@
 #include <QCborValue>
 #include <QDir>
 #include <QFile>
-#include <QHash>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -10,7 +10,6 @@
 #include <QCborValue>
 #include <QDBusConnection>
 #include <QDBusContext>
-#include <QDBusMessage>
 #include <QDir>
 #include <QTest>
 #include <gtest/gtest.h>
