@@ -23,7 +23,7 @@ class SomethingElse : public CommandInfo
 };
 } // namespace
 
-TEST(CommandInfoTest, TheTablesKeepTheirIrregularRows)
+TEST(CommandInfoTest, TheTablesKeepTheirIrregularRowsAndClassesAreFoundOnlyHere)
 {
     const QString repository = u"RepositoryCommandMessaging"_s;
     const struct
@@ -57,10 +57,7 @@ TEST(CommandInfoTest, TheTablesKeepTheirIrregularRows)
         EXPECT_EQ(CommandInfo::protocolForName(row.name), row.protocol);
         EXPECT_EQ(CommandInfo::commandNeedsPrivileges(row.name), row.privileged);
     }
-}
-
-TEST(CommandInfoTest, ClassesAreFoundOnlyWhenThisProcessHasThem)
-{
+    // A named class is found only when this process has it.
     qRegisterMetaType<DumpCommand*>();
     EXPECT_EQ(CommandInfo::classForCommandName(u"dump"_s), &DumpCommand::staticMetaObject);
     EXPECT_EQ(CommandInfo::classForCommandName(u"verify"_s), nullptr);
