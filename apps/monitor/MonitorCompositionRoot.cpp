@@ -93,9 +93,10 @@ MonitorCompositionRoot::makeDesktopEvents(RecentArchives& recentArchives) const
             delegate->orderMonitorWindowFront();
         }
     };
-    hooks.noteRegularAppPolicyChange = [](const QString& previouslyActiveApplication) {
+    hooks.noteActivationPolicyChange = [](bool regular,
+                                          const QString& previouslyActiveApplication) {
         if (auto* delegate = MonitorApplicationDelegate::sharedDelegate()) {
-            delegate->noteRegularAppPolicyChange(previouslyActiveApplication);
+            delegate->noteActivationPolicyChange(regular, previouslyActiveApplication);
         }
     };
     auto events = std::make_unique<SessionDesktopEvents>(MonitorDefaults::standardUserDefaults(),

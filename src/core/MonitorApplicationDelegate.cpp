@@ -117,11 +117,11 @@ void MonitorApplicationDelegate::applicationDidBecomeActive()
     }
 }
 
-void MonitorApplicationDelegate::noteRegularAppPolicyChange(
-    const QString& previouslyActiveApplication)
+void MonitorApplicationDelegate::noteActivationPolicyChange(
+    bool regular, const QString& previouslyActiveApplication)
 {
-    m_regularAppPolicyChangeDate = m_clock();
-    m_previouslyActiveApplication = previouslyActiveApplication;
+    m_regularAppPolicyChangeDate = regular ? m_clock() : QDateTime();
+    m_previouslyActiveApplication = regular ? previouslyActiveApplication : QString();
 }
 
 void MonitorApplicationDelegate::publishVendor()

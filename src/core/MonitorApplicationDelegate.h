@@ -102,7 +102,9 @@ public:
     void updateStatusItemState(quint64 state);
     quint64 statusImageState() const { return m_statusImageState; }
     // Remembers the monitor's own switch to a regular application and who had the focus.
-    void noteRegularAppPolicyChange(const QString& previouslyActiveApplication);
+    // A switch to regular is remembered for the activation it causes; any other switch
+    // forgets it.
+    void noteActivationPolicyChange(bool regular, const QString& previouslyActiveApplication);
     ImpermanentValues& impermanentValues() { return *m_impermanentValues; }
     bool statusWindowHasStatus() const;
     void refreshRecentRepositoryCache();

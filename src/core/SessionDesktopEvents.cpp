@@ -160,8 +160,8 @@ void SessionDesktopEvents::updateDockMode()
     }
     // Which application had the focus is not something a Linux desktop tells its clients, so
     // the echo of the switch is recognised by its time alone and nobody is activated back.
-    if (policy == Policy::Regular && m_hooks.noteRegularAppPolicyChange) {
-        m_hooks.noteRegularAppPolicyChange(QString());
+    if (m_hooks.noteActivationPolicyChange) {
+        m_hooks.noteActivationPolicyChange(policy == Policy::Regular, QString());
     }
     m_services.taskbar->setActivationPolicy(policy);
 }

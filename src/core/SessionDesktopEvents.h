@@ -42,7 +42,10 @@ public:
         std::function<void(const QVariantMap& volumeInfo)> updateHistoryNotification;
         std::function<void(bool running)> setClientAppRunning;
         std::function<void()> orderMonitorWindowFront;
-        std::function<void(const QString& previouslyActiveApplication)> noteRegularAppPolicyChange;
+        // Every switch of the activation policy; the previously active application only with a
+        // switch to regular.
+        std::function<void(bool regular, const QString& previouslyActiveApplication)>
+            noteActivationPolicyChange;
     };
 
     static inline const QString kDevicePathKey = QStringLiteral("NSDevicePath");

@@ -57,8 +57,8 @@ protected:
                   [this](const QVariantMap& info) { m_calls << u"history "_s + describe(info); },
                   [this](bool running) { m_calls << u"client running %1"_s.arg(int(running)); },
                   [this] { m_calls << u"window front"_s; },
-                  [this](const QString& previous) {
-                      m_calls << u"regular after "_s + previous;
+                  [this](bool regular, const QString& previous) {
+                      m_calls << (regular ? u"regular after "_s + previous : u"accessory"_s);
                   }}))
     {}
 
@@ -130,9 +130,11 @@ TEST_F(DesktopEventsTest, ThePolicyFollowsTheSettingsAndThePaneCount)
         m_events->updateDockMode();
         EXPECT_EQ(m_taskbar->m_policy, policy);
     }
-    // Only a switch to regular is noted for the activation echo: case two switched, case three
-    // found the policy regular already.
+    // Every switch is noted, none where the policy stays: case one switched from the initial
+    // regular, case two back to regular, case three found it regular already, case four
+    // switched to accessory again.
     EXPECT_EQ(m_calls.filter(u"regular after"_s).size(), 1) << m_calls.join(u'\n').toStdString();
+    EXPECT_EQ(m_calls.filter(u"accessory"_s).size(), 2) << m_calls.join(u'\n').toStdString();
 }
 
 TEST_F(DesktopEventsTest, TheBadgeChangesOnlyWithTheCount)

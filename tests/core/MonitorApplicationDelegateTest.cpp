@@ -112,6 +112,7 @@ TEST_F(MonitorApplicationDelegateTest, ActivationShowsTheWindowUnlessItEchoesOwn
     // whether the window shows, whether the focus goes back to the application before.
     for (const auto& [name, sinceSwitch, panel, showOnActivate, window, focusBack] :
          {std::tuple{"echo of the switch", 1, false, true, false, true},
+          {"switched back to accessory", 0, false, true, true, false},
           {"switch long ago", 3, false, true, true, false},
           {"no switch", -1, false, true, true, false},
           {"panel on screen", -1, true, true, false, false},
@@ -121,7 +122,10 @@ TEST_F(MonitorApplicationDelegateTest, ActivationShowsTheWindowUnlessItEchoesOwn
         m_session->m_panelVisible = panel;
         defaults().setBool(showOnActivate, MonitorDefaults::kShowActivityOnActivate);
         if (sinceSwitch >= 0) {
-            m_delegate->noteRegularAppPolicyChange(u"org.example.Editor"_s);
+            m_delegate->noteActivationPolicyChange(true, u"org.example.Editor"_s);
+            if (std::string_view(name) == "switched back to accessory") {
+                m_delegate->noteActivationPolicyChange(false, {});
+            }
             m_now = m_now.addSecs(sinceSwitch);
         }
         const int before = m_wakeUpCalls;
