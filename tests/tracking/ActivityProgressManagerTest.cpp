@@ -346,10 +346,7 @@ TEST_F(ActivityProgressTest, StartOrRunAsksTheCommandOnceWhatItIsAndTellsThePane
 
 TEST_F(ActivityProgressTest, LiveStatusIsAskedOnceUntilTheNextMessageAndReschedulingNeedsAnAction)
 {
-    FakeCommand::Answers answers;
-    answers.canCancel = true;
-    answers.isPaused = true;
-    answers.canPause = true;
+    FakeCommand::Answers answers{.canCancel = true, .isPaused = true, .canPause = true};
     m_command->setAnswers(answers);
     const auto manager = connectedManager(u"cap-status"_s);
     manager->commandDidStart();

@@ -140,7 +140,7 @@ TEST_F(CommandListenerEndpointTest, StartAndDecodableProgressReachTheMainThreadI
         << "the null object stays the null object";
 }
 
-TEST_F(CommandListenerEndpointTest, TheStopIsAnsweredOnlyAfterTheMainThreadHandledIt)
+TEST_F(CommandListenerEndpointTest, TheStopIsAnsweredOnceHandledAndTheGoneListenerIsNoLongerServed)
 {
     send(u"commandStarted"_s);
     const QByteArray data =
@@ -162,6 +162,14 @@ TEST_F(CommandListenerEndpointTest, TheStopIsAnsweredOnlyAfterTheMainThreadHandl
     EXPECT_EQ(m_listener->exception()->reason(), u"disk full"_s);
     EXPECT_FALSE(m_service.hasListenerForCommandIdentifier(u"cmd-endpoint"_s))
         << "a stopped command's listener stops listening";
+
+    // The served object only holds the listener weakly: once gone, it is no longer served.
+    const std::weak_ptr<ProbeListener> weak = m_listener;
+    m_listener.reset();
+    QCoreApplication::processEvents();
+    ASSERT_TRUE(weak.expired());
+    const QDBusMessage reply = m_peer.bus().call(message(u"doNothingButReply"_s), QDBus::Block);
+    EXPECT_EQ(reply.type(), QDBusMessage::ErrorMessage) << "no longer served";
 }
 
 // Only real exception data is a failure; data that cannot be read at all still ends the
@@ -191,19 +199,6 @@ TEST_F(CommandListenerEndpointTest, StopDataIsAnExceptionNothingOrAnInternalErro
             EXPECT_EQ(m_log->linesContaining(QString::fromLatin1(c.logged)).size(), 1);
         }
     }
-}
-
-TEST_F(CommandListenerEndpointTest, AListenerThatHasGoneIsNoLongerServed)
-{
-    // The served object only holds the listener weakly.
-    m_service.removeAllListeners();
-    const std::weak_ptr<ProbeListener> weak = m_listener;
-    m_listener.reset();
-    QCoreApplication::processEvents();
-    ASSERT_TRUE(weak.expired());
-
-    const QDBusMessage reply = m_peer.bus().call(message(u"doNothingButReply"_s), QDBus::Block);
-    EXPECT_EQ(reply.type(), QDBusMessage::ErrorMessage) << "no longer served";
 }
 
 #include "CommandListenerEndpointTest.moc"
