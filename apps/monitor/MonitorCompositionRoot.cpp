@@ -5,6 +5,11 @@
 #include "core/RecentArchives.h"
 #include "core/SessionCommandRequests.h"
 #include "core/SessionDesktopEvents.h"
+#include "core/UnavailableScheduler.h"
+#include "core/UnavailableShutdownSheet.h"
+#include "core/UnavailableStatusItem.h"
+#include "core/UnavailableStatusWindow.h"
+#include "core/UnavailableUpdateController.h"
 #include "core/WorkerPool.h"
 #include "errors/ContextualAlertInfo.h"
 #include "messaging/ActionRunSummary.h"
@@ -37,10 +42,14 @@ MonitorCompositionRoot::MonitorCompositionRoot()
 
 MonitorApplicationDelegate::Subsystems MonitorCompositionRoot::makeSubsystems() const
 {
-    // The status item, status window and scheduler client keep
-    // their quiet defaults until their implementations exist.
     MonitorApplicationDelegate::Subsystems subsystems;
     subsystems.session = std::make_unique<DesktopApplicationSession>();
+    // Not built yet: stand-ins that say so once.
+    subsystems.statusItem = std::make_unique<UnavailableStatusItem>();
+    subsystems.statusWindow = std::make_unique<UnavailableStatusWindow>();
+    subsystems.scheduler = std::make_unique<UnavailableScheduler>();
+    subsystems.updateController = std::make_unique<UnavailableUpdateController>();
+    subsystems.shutdownSheet = std::make_unique<UnavailableShutdownSheet>();
     subsystems.commandRequests =
         std::make_unique<SessionCommandRequests>(SessionCommandRequests::Parts{
             SessionCommandRequests::Switchboard::processHub(),
@@ -91,6 +100,11 @@ MonitorCompositionRoot::makeDesktopEvents(RecentArchives& recentArchives) const
     hooks.orderMonitorWindowFront = [] {
         if (auto* delegate = MonitorApplicationDelegate::sharedDelegate()) {
             delegate->orderMonitorWindowFront();
+        }
+    };
+    hooks.setClientAppRunning = [](bool running) {
+        if (auto* delegate = MonitorApplicationDelegate::sharedDelegate()) {
+            delegate->updateController().setClientAppRunning(running);
         }
     };
     hooks.noteActivationPolicyChange = [](bool regular,

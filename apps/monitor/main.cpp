@@ -130,6 +130,7 @@ int main(int argc, char** argv)
                          }
                      });
     const int status = QApplication::exec();
+    MainQueue::runPendingWork();
     // A quit that was not a log-out, restart or shut-down always ends with 75.
     if (!delegate.terminateCleanly()) {
         std::_Exit(MonitorApplicationDelegate::kAbnormalExit);

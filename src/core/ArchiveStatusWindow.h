@@ -1,13 +1,10 @@
 #pragma once
 
-#include <QtGlobal>
-
-// A seam whose default does nothing, on purpose, until the composition root installs the
-// real one.
+// The seam of the window that grades every known archive.
 class ArchiveStatusWindow
 {
 public:
     virtual ~ArchiveStatusWindow() = default;
-    virtual bool hasStatus() const { return false; }
-    virtual void showStatusWindowInFront(bool /*front*/) {}
+    virtual bool hasStatus() const = 0;
+    virtual void showStatusWindowInFront(bool front) = 0;
 };

@@ -5,6 +5,8 @@
 #include "platform/ClientApplication.h"
 #include "preferences/ImpermanentValues.h"
 
+#include <QPointer>
+
 MonitorActivityWindow::MonitorActivityWindow(MonitorApplicationDelegate& delegate, Factory factory)
     : ActivityWindow(factory)
     , m_delegate(delegate)
@@ -84,4 +86,44 @@ void MonitorActivityWindow::setImpermanentValue(const QVariant& value, const QSt
                                                 const QString& identifier)
 {
     m_delegate.impermanentValues().setImpermanentValue(value, key, identifier);
+}
+
+bool MonitorActivityWindow::updateAvailable() const
+{
+    return m_delegate.updateController().updateAvailable();
+}
+
+QString MonitorActivityWindow::readableVersionAvailable() const
+{
+    return m_delegate.updateController().readableVersionAvailable();
+}
+
+void MonitorActivityWindow::setClientAppRunning(bool running)
+{
+    m_delegate.updateController().setClientAppRunning(running);
+}
+
+std::optional<QVariantMap> MonitorActivityWindow::queryNextScheduledActionInfo()
+{
+    return m_delegate.scheduler().queryNextScheduledActionInfo();
+}
+
+bool MonitorActivityWindow::setActionToExecuteAt(const QString& actionID, double seconds)
+{
+    return m_delegate.scheduler().setActionToExecuteAt(actionID, seconds);
+}
+
+void MonitorActivityWindow::runRescheduleSheet(const QString& actionID)
+{
+    m_delegate.scheduler().runRescheduleSheet(actionID);
+}
+
+void MonitorActivityWindow::runShutdownSheet(quint32 reason)
+{
+    m_delegate.shutdownSheet().runShutdownSheet(
+        reason, [delegate = QPointer<MonitorApplicationDelegate>(&m_delegate)](bool terminate) {
+            if (delegate) {
+                delegate->replyToApplicationShouldTerminate(terminate);
+            }
+        });
 }

@@ -34,6 +34,13 @@ public:
     void showStatusItemStates(bool show, quint64 states) override;
     bool viewLogLine(const LogLine& line) override;
     void openRepository(const QString& path, qint32 action) override;
+    bool updateAvailable() const override;
+    QString readableVersionAvailable() const override;
+    void setClientAppRunning(bool running) override;
+    std::optional<QVariantMap> queryNextScheduledActionInfo() override;
+    bool setActionToExecuteAt(const QString& actionID, double seconds) override;
+    void runRescheduleSheet(const QString& actionID) override;
+    void runShutdownSheet(quint32 reason) override;
     QVariant impermanentValue(const QString& key, const QString& identifier) override;
     void setImpermanentValue(const QVariant& value, const QString& key,
                              const QString& identifier) override;

@@ -20,6 +20,7 @@
 #include <QTimer>
 #include <climits>
 #include <optional>
+#include <stdexcept>
 
 namespace {
 MonitorApplicationDelegate* s_shared = nullptr;
@@ -34,8 +35,42 @@ MonitorDefaults& defaults()
 }
 } // namespace
 
+QStringList MonitorApplicationDelegate::Subsystems::missing() const
+{
+    QStringList names;
+    const std::pair<bool, const char*> seams[] = {
+        {bool(statusItem), "statusItem"},
+        {bool(statusWindow), "statusWindow"},
+        {bool(desktopEvents), "desktopEvents"},
+        {bool(recentArchives), "recentArchives"},
+        {bool(commandRequests), "commandRequests"},
+        {bool(session), "session"},
+        {bool(scheduler), "scheduler"},
+        {bool(updateController), "updateController"},
+        {bool(shutdownSheet), "shutdownSheet"},
+        {bool(makeActivityWindow), "makeActivityWindow"},
+    };
+    for (const auto& [set, name] : seams) {
+        if (!set) {
+            names.append(QString::fromLatin1(name));
+        }
+    }
+    return names;
+}
+
+namespace {
+MonitorApplicationDelegate::Subsystems checked(MonitorApplicationDelegate::Subsystems subsystems)
+{
+    if (const QStringList missing = subsystems.missing(); !missing.isEmpty()) {
+        throw std::invalid_argument("the composition left these seams unset: " +
+                                    missing.join(QStringLiteral(", ")).toStdString());
+    }
+    return subsystems;
+}
+} // namespace
+
 MonitorApplicationDelegate::MonitorApplicationDelegate(Subsystems subsystems, Clock clock)
-    : m_subsystems(std::move(subsystems))
+    : m_subsystems(checked(std::move(subsystems)))
     , m_impermanentValues(std::make_unique<ImpermanentValues>(defaults()))
     , m_clock(clock ? std::move(clock) : Clock(&QDateTime::currentDateTimeUtc))
 {
@@ -72,9 +107,7 @@ void MonitorApplicationDelegate::applicationDidFinishLaunching()
         return std::shared_ptr<CommandListener>(
             monitorRunningCommandWithIdentifier(identifier, info));
     };
-    m_activityWindow = m_subsystems.makeActivityWindow
-                           ? m_subsystems.makeActivityWindow(*this, std::move(factory))
-                           : std::make_unique<ActivityWindow>(std::move(factory));
+    m_activityWindow = m_subsystems.makeActivityWindow(*this, std::move(factory));
     service.setDelegate(m_activityWindow.get());
     m_monitorVendor = std::make_unique<KSConnectionServiceSingleton>(new MonitorServer(this));
     // Queued with the delegate as context: dropped, not run, should the delegate go first.
@@ -93,7 +126,6 @@ void MonitorApplicationDelegate::applicationDidFinishLaunching()
     };
     connect(this, &MonitorApplicationDelegate::regularAppModeChanged, this, updateDockMode);
     connect(this, &MonitorApplicationDelegate::monitorIsAccessoryAppChanged, this, updateDockMode);
-    m_updateController = std::make_unique<UpdateController>();
     QTimer::singleShot(3000, this,
                        [this] { m_subsystems.recentArchives->updateRecentRepositoryCache(); });
     removeObsoleteDefaults();

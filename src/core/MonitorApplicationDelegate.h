@@ -6,6 +6,7 @@
 #include "core/DesktopEvents.h"
 #include "core/RecentArchives.h"
 #include "core/SchedulerClient.h"
+#include "core/ShutdownSheet.h"
 #include "core/StatusItem.h"
 #include "core/UpdateController.h"
 #include "logging/LogLineIdentifier.h"
@@ -52,23 +53,30 @@ public:
 
     struct Subsystems
     {
-        std::unique_ptr<StatusItem> statusItem = std::make_unique<StatusItem>();
-        std::unique_ptr<ArchiveStatusWindow> statusWindow = std::make_unique<ArchiveStatusWindow>();
-        std::unique_ptr<DesktopEvents> desktopEvents = std::make_unique<DesktopEvents>();
-        std::unique_ptr<RecentArchives> recentArchives = std::make_unique<RecentArchives>();
-        std::unique_ptr<CommandRequests> commandRequests = std::make_unique<CommandRequests>();
-        std::unique_ptr<ApplicationSession> session = std::make_unique<ApplicationSession>();
-        std::unique_ptr<SchedulerClient> scheduler = std::make_unique<SchedulerClient>();
-        // Makes the activity window at launch; without one the quiet seam stands in.
+        // Every one must be set: missing wiring shows at start-up, not when a user needs it.
+        std::unique_ptr<StatusItem> statusItem;
+        std::unique_ptr<ArchiveStatusWindow> statusWindow;
+        std::unique_ptr<DesktopEvents> desktopEvents;
+        std::unique_ptr<RecentArchives> recentArchives;
+        std::unique_ptr<CommandRequests> commandRequests;
+        std::unique_ptr<ApplicationSession> session;
+        std::unique_ptr<SchedulerClient> scheduler;
+        std::unique_ptr<UpdateController> updateController;
+        std::unique_ptr<ShutdownSheet> shutdownSheet;
+        // Makes the activity window at launch.
         std::function<std::unique_ptr<ActivityWindow>(MonitorApplicationDelegate&,
                                                       ActivityWindow::Factory)>
             makeActivityWindow;
+
+        // The names of the seams left unset.
+        QStringList missing() const;
     };
     using Clock = std::function<QDateTime()>;
     // An activation this soon after the monitor's own switch to a regular application is that
     // switch's echo, not the user's.
     static constexpr qint64 kActivationEchoMs = 2000;
 
+    // Throws std::invalid_argument naming the seams left unset.
     explicit MonitorApplicationDelegate(Subsystems subsystems, Clock clock = {});
     ~MonitorApplicationDelegate() override;
 
@@ -101,6 +109,9 @@ public:
     // icon is drawn again only when they change.
     void updateStatusItemState(quint64 state);
     quint64 statusImageState() const { return m_statusImageState; }
+    SchedulerClient& scheduler() const { return *m_subsystems.scheduler; }
+    UpdateController& updateController() const { return *m_subsystems.updateController; }
+    ShutdownSheet& shutdownSheet() const { return *m_subsystems.shutdownSheet; }
     // Remembers the monitor's own switch to a regular application and who had the focus.
     // A switch to regular is remembered for the activation it causes; any other switch
     // forgets it.
@@ -154,7 +165,6 @@ private:
     Subsystems m_subsystems;
     std::unique_ptr<ActivityWindow> m_activityWindow;
     std::unique_ptr<KSConnectionServiceSingleton> m_monitorVendor;
-    std::unique_ptr<UpdateController> m_updateController;
     std::unique_ptr<ImpermanentValues> m_impermanentValues;
     std::unique_ptr<ThemeChangeObserver> m_themeObserver;
     Clock m_clock;

@@ -1,11 +1,14 @@
 #pragma once
 
-#include <QtGlobal>
+#include <QString>
 
-// A seam whose default does nothing, on purpose, until the composition root installs the
-// real one.
+// The seam of the watch for a newer version of the product.
 class UpdateController
 {
 public:
     virtual ~UpdateController() = default;
+    virtual bool updateAvailable() const = 0;
+    virtual QString readableVersionAvailable() const = 0;
+    // The client application started or quit.
+    virtual void setClientAppRunning(bool running) = 0;
 };

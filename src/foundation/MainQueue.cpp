@@ -33,6 +33,13 @@ void MainQueue::dispatchMainAsync(std::function<void()> work)
     }
 }
 
+void MainQueue::runPendingWork()
+{
+    if (QObject* context = mainContext(); context && isMainThread()) {
+        QCoreApplication::sendPostedEvents(context, QEvent::MetaCall);
+    }
+}
+
 void MainQueue::dispatchMainSync(const std::function<void()>& work)
 {
     if (isMainThread()) {

@@ -12,6 +12,10 @@ public:
     static void dispatchMainAsync(std::function<void()> work);
     // Inline on the main thread; elsewhere run on the main thread while the caller waits.
     static void dispatchMainSync(const std::function<void()>& work);
+    // Runs the work still queued; main thread, once the event loop has ended. Work left in the
+    // queue would be destroyed in the application object's teardown, under the framework's
+    // event lock, where a widget it holds deadlocks as it goes.
+    static void runPendingWork();
     // Inline on the main thread; elsewhere queued.
     static void dispatchMainSoon(std::function<void()> work);
     // Main thread only: the last reference is dropped on a low-priority background thread,

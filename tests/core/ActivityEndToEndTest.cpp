@@ -5,8 +5,10 @@
 #include "core/MonitorActivityWindow.h"
 #include "core/MonitorApplicationDelegate.h"
 #include "errors/ContextualAlertInfo.h"
+#include "foundation/MainQueue.h"
 #include "fakes/FakeApplicationSession.h"
 #include "fakes/FakeClientApplication.h"
+#include "fakes/QuietSubsystems.h"
 #include "fakes/RecordingDesktopEvents.h"
 #include "fakes/RecordingStatusItem.h"
 #include "messaging/KSPublishedConnection.h"
@@ -39,12 +41,15 @@ protected:
         subsystems.statusItem = std::make_unique<RecordingStatusItem>();
         subsystems.desktopEvents = std::make_unique<RecordingDesktopEvents>();
         subsystems.session = std::make_unique<FakeApplicationSession>();
+        m_statusItem = static_cast<RecordingStatusItem*>(subsystems.statusItem.get());
+        m_session = static_cast<FakeApplicationSession*>(subsystems.session.get());
         subsystems.makeActivityWindow = [this](MonitorApplicationDelegate& delegate,
                                                ActivityWindow::Factory factory) {
             auto window = std::make_unique<MonitorActivityWindow>(delegate, std::move(factory));
             m_activity = window.get();
             return window;
         };
+        fillUnsetSeams(subsystems);
         m_delegate = std::make_unique<MonitorApplicationDelegate>(std::move(subsystems));
         m_delegate->applicationDidFinishLaunching();
         ASSERT_NE(m_activity, nullptr);
@@ -58,6 +63,8 @@ protected:
     void TearDown() override
     {
         m_delegate->applicationWillTerminate();
+        // As the monitor does once its loop ends: queued work meets its panes still there.
+        MainQueue::runPendingWork();
         m_delegate.reset();
         SwitchboardFixture::TearDown();
     }
@@ -65,6 +72,8 @@ protected:
     FakeClientApplication m_client;
     std::unique_ptr<MonitorApplicationDelegate> m_delegate;
     MonitorActivityWindow* m_activity = nullptr;
+    RecordingStatusItem* m_statusItem = nullptr;
+    FakeApplicationSession* m_session = nullptr;
 };
 } // namespace
 
@@ -109,4 +118,31 @@ TEST_F(ActivityEndToEndTest, AFailedVerifyShowsItsAlertAndViewLogOpensTheLogAtIt
     EXPECT_TRUE(m_client.m_actions.isEmpty());
     viewer.close();
     ASSERT_TRUE(QTest::qWaitFor([&window] { return window.paneCount() == 0; }, 10000));
+}
+
+// Without the sheet that asks whether to wait, a log-out while a command runs still ends, and
+// the log says what was missing.
+TEST_F(ActivityEndToEndTest, ALogOutWhileACommandRunsEndsWithoutTheSheet)
+{
+    auto capture =
+        ctl(u"command capture --id test.capture.1 --steps 10000 --interval-ms 50"_s.split(u' '));
+    ActivityWindowController& window = m_activity->controller();
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            const auto panes = window.orderedViewControllers();
+            return panes.size() == 1 && panes.first()->safeCommandStatus().isRunning;
+        },
+        60000))
+        << capture->output().toStdString();
+    m_session->m_quitReason = ApplicationSession::kLogOut;
+    const int removals = m_statusItem->m_removals;
+
+    m_delegate->terminate();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return m_statusItem->m_removals > removals; }, 30000))
+        << "the held quit never ended";
+    EXPECT_TRUE(m_delegate->terminateCleanly());
+    EXPECT_EQ(logLinesContaining(
+                  u"Waiting for commands at log-out or shut-down is not available in this build"_s),
+              1);
+    capture->stop();
 }

@@ -3,6 +3,7 @@
 #include "core/MonitorServer.h"
 #include "fakes/FakeApplicationSession.h"
 #include "fakes/FakeClientApplication.h"
+#include "fakes/QuietSubsystems.h"
 #include "fakes/RecordingDesktopEvents.h"
 #include "fakes/RecordingStatusItem.h"
 #include "foundation/KeyedArchive.h"
@@ -38,6 +39,7 @@ protected:
         m_statusItem = static_cast<RecordingStatusItem*>(subsystems.statusItem.get());
         m_events = static_cast<RecordingDesktopEvents*>(subsystems.desktopEvents.get());
         m_session = static_cast<FakeApplicationSession*>(subsystems.session.get());
+        fillUnsetSeams(subsystems);
         m_delegate = std::make_unique<MonitorApplicationDelegate>(std::move(subsystems),
                                                                   [this] { return m_now; });
         m_wakeUps = NotificationCenter::defaultCenter().addObserver(
@@ -63,6 +65,29 @@ protected:
     int m_wakeUps = 0;
     int m_wakeUpCalls = 0;
 };
+
+// A seam left unset is missing wiring: it is named when the delegate is made, not found when a
+// user presses a button that does nothing.
+TEST_F(MonitorApplicationDelegateTest, EverySeamMustBeSetAndTheUnsetOnesAreNamed)
+{
+    MonitorApplicationDelegate::Subsystems subsystems;
+    EXPECT_EQ(subsystems.missing(),
+              (QStringList{u"statusItem"_s, u"statusWindow"_s, u"desktopEvents"_s,
+                           u"recentArchives"_s, u"commandRequests"_s, u"session"_s, u"scheduler"_s,
+                           u"updateController"_s, u"shutdownSheet"_s, u"makeActivityWindow"_s}));
+    fillUnsetSeams(subsystems);
+    EXPECT_TRUE(subsystems.missing().isEmpty());
+    subsystems.scheduler.reset();
+    subsystems.shutdownSheet.reset();
+    try {
+        MonitorApplicationDelegate incomplete(std::move(subsystems));
+        ADD_FAILURE() << "an incomplete composition was accepted";
+    } catch (const std::invalid_argument& error) {
+        EXPECT_STREQ(error.what(),
+                     "the composition left these seams unset: scheduler, shutdownSheet");
+    }
+    EXPECT_EQ(MonitorApplicationDelegate::sharedDelegate(), m_delegate.get());
+}
 
 TEST_F(MonitorApplicationDelegateTest, StartUpInstallsTheItemAtOnceAndStatusEventsLater)
 {

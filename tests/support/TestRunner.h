@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QCoreApplication>
 #include <QLocale>
 
 #include <gtest/gtest.h>
@@ -21,5 +22,9 @@ int runTests(int argc, char** argv)
     setenv("TZ", "Europe/Berlin", 0);
     QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
     Application app(argc, argv);
-    return RUN_ALL_TESTS();
+    const int result = RUN_ALL_TESTS();
+    // Work a test left queued runs now: dropped with the application object, it would be
+    // destroyed under the framework's event lock, and a widget it holds would deadlock there.
+    QCoreApplication::sendPostedEvents();
+    return result;
 }

@@ -1,0 +1,17 @@
+#include "core/UnavailableScheduler.h"
+
+void UnavailableScheduler::initializeScheduler()
+{
+    m_notice.say(QStringLiteral("The scheduler client (next action, hold, run now)"));
+}
+
+bool UnavailableScheduler::setActionToExecuteAt(const QString&, double)
+{
+    m_notice.say(QStringLiteral("Rescheduling an action"));
+    return false;
+}
+
+void UnavailableScheduler::runRescheduleSheet(const QString&)
+{
+    m_notice.say(QStringLiteral("Rescheduling an action"));
+}
