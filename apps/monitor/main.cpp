@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <optional>
+#include <stdexcept>
 #include <sys/prctl.h>
 
 namespace {
@@ -111,7 +112,15 @@ int main(int argc, char** argv)
 
     const MonitorCompositionRoot root;
     MonitorApplicationDelegate::initializeClass();
-    MonitorApplicationDelegate delegate(root.makeSubsystems());
+    std::unique_ptr<MonitorApplicationDelegate> made;
+    try {
+        made = std::make_unique<MonitorApplicationDelegate>(root.makeSubsystems());
+    } catch (const std::invalid_argument& error) {
+        Logger::log(5, QStringLiteral("cannot start: %1").arg(QString::fromUtf8(error.what())));
+        std::fprintf(stderr, "kestrom-monitor: cannot start: %s\n", error.what());
+        return 70;
+    }
+    MonitorApplicationDelegate& delegate = *made;
     MainQueue::dispatchMainAsync([&delegate] { delegate.applicationDidFinishLaunching(); });
 
     QObject::connect(&instance, &SessionBusSingleInstance::activationRequested, &delegate,
