@@ -78,9 +78,14 @@ void FadingWindowController::restartDimTimer()
     m_dimTimer->start(int(dimEventInterval() * 1000));
 }
 
+bool FadingWindowController::cursorIsOverWindow() const
+{
+    return window() != nullptr && window()->frameGeometry().contains(m_cursorPosition());
+}
+
 void FadingWindowController::dimTime()
 {
-    if (window() != nullptr && window()->frameGeometry().contains(m_cursorPosition())) {
+    if (cursorIsOverWindow()) {
         undimWindow();
     } else {
         dimWindow();

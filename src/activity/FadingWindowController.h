@@ -45,6 +45,8 @@ protected:
     bool eventFilter(QObject* watched, QEvent* event) override;
     virtual void mouseEntered();
     virtual void mouseExited();
+    // Whether the mouse is over the window's frame now.
+    bool cursorIsOverWindow() const;
 
 private:
     void setAlphaAnimation(std::unique_ptr<FadingWindowAnimation> animation);

@@ -36,8 +36,15 @@ void MonitorWindowController::mouseEntered()
         return;
     }
     if (!m_detailsHintPopover) {
-        m_detailsHintPopover = new QLabel(tr("Click a pane to show or hide its details."), nullptr,
-                                          Qt::ToolTip | Qt::FramelessWindowHint);
+        // A hint that took the pointer would make the window see it leave, close the hint and
+        // show it again as the pointer came back: it must never take input.
+        m_detailsHintPopover =
+            new QLabel(tr("Click a pane to show or hide its details."), nullptr,
+                       Qt::ToolTip | Qt::FramelessWindowHint | Qt::WindowTransparentForInput |
+                           Qt::WindowDoesNotAcceptFocus);
+        m_detailsHintPopover->setAttribute(Qt::WA_TransparentForMouseEvents);
+        m_detailsHintPopover->setAttribute(Qt::WA_ShowWithoutActivating);
+        m_detailsHintPopover->setFocusPolicy(Qt::NoFocus);
         m_detailsHintPopover->setAccessibleName(tr("Hint"));
         m_detailsHintPopover->setMargin(8);
         m_detailsHintPopover->setForegroundRole(QPalette::ToolTipText);
@@ -52,7 +59,10 @@ void MonitorWindowController::mouseEntered()
 void MonitorWindowController::mouseExited()
 {
     FadingWindowController::mouseExited();
-    closeDetailsHint();
+    // Where input shapes are not honoured, the hint still takes the pointer: that is no leave.
+    if (!cursorIsOverWindow()) {
+        closeDetailsHint();
+    }
 }
 
 void MonitorWindowController::closeDetailsHint()

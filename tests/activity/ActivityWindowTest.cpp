@@ -9,7 +9,9 @@
 #include "activity/WindowPlacement.h"
 #include "exception/KSException.h"
 #include "foundation/MainQueue.h"
+#include "preferences/MonitorDefaults.h"
 
+#include <QApplication>
 #include <QDir>
 #include <QFile>
 #include <QGuiApplication>
@@ -106,7 +108,7 @@ TEST_F(ActivityWindowTest, GoodEndRetiresThePaneAfterItsTimer)
     stop(manager);
     QTimer* retirement = paneOf(manager)->selfRetirementTimer();
     ASSERT_NE(retirement, nullptr);
-    EXPECT_EQ(retirement->interval(), CommandUmbrellaViewController::kRetirementMs);
+    EXPECT_EQ(retirement->interval(), 3500);
     EXPECT_EQ(m_window.paneCount(), 1); // still there until the timer fires
     retirement->setInterval(0);
     ASSERT_TRUE(QTest::qWaitFor([this] { return m_window.paneCount() == 0; }));
@@ -333,4 +335,49 @@ TEST(WindowPlacementTest, AWindowComesBackWhereItWasLeftWhileAScreenHoldsThatPla
         EXPECT_EQ(placement->savedPosition(), c.read) << c.stored.toStdString();
         EXPECT_EQ(window.pos(), screen.topLeft()) << c.stored.toStdString();
     }
+}
+
+// The hint under the pointer never takes it: a window that saw the pointer leave for the hint
+// would close the hint and show it again, over and over.
+TEST_F(ActivityWindowTest, TheDetailsHintTakesNoInputAndGoesOnlyWhenThePointerLeavesTheWindow)
+{
+    MonitorDefaults::standardUserDefaults().removeObjectForKey(m_window.detailsHintShownKey());
+    const auto manager = start(u"capture"_s, kCaptureProgress);
+    QWidget* window = m_window.window();
+    ASSERT_NE(window, nullptr);
+    window->show();
+    QPoint cursor = window->frameGeometry().center();
+    m_window.setCursorPosition([&cursor] { return cursor; });
+    const auto send = [window](QEvent::Type type) {
+        QEvent event(type);
+        QCoreApplication::sendEvent(window, &event);
+    };
+
+    send(QEvent::Enter);
+    ASSERT_TRUE(m_window.detailsHintShown());
+    QWidget* hint = nullptr;
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (widget->accessibleName() == u"Hint"_s && widget->isVisible()) {
+            hint = widget;
+        }
+    }
+    ASSERT_NE(hint, nullptr);
+    EXPECT_TRUE(hint->windowFlags().testFlag(Qt::WindowTransparentForInput));
+    EXPECT_TRUE(hint->windowFlags().testFlag(Qt::WindowDoesNotAcceptFocus));
+    EXPECT_TRUE(hint->testAttribute(Qt::WA_TransparentForMouseEvents));
+    EXPECT_EQ(hint->focusPolicy(), Qt::NoFocus);
+
+    // A leave with the pointer still over the window is the hint's doing, not the user's.
+    send(QEvent::Leave);
+    EXPECT_TRUE(m_window.detailsHintShown());
+    cursor = window->frameGeometry().bottomRight() + QPoint(40, 40);
+    send(QEvent::Leave);
+    EXPECT_FALSE(m_window.detailsHintShown());
+
+    // Once a pane was toggled the hint is not shown again.
+    m_window.didToggleDetails();
+    send(QEvent::Enter);
+    EXPECT_FALSE(m_window.detailsHintShown());
+    MonitorDefaults::standardUserDefaults().removeObjectForKey(m_window.detailsHintShownKey());
+    stop(manager);
 }
