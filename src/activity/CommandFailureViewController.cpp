@@ -71,6 +71,10 @@ void CommandFailureViewController::setEndAlert(const AlertInfo& alert, const Exc
     }
     m_failureReasonField->setText(alert.message());
     m_failureReasonField->setToolTip(alert.message());
+    if (QWidget* pane = view()) {
+        pane->setAccessibleName(m_titleField->text());
+        pane->setAccessibleDescription(alert.message());
+    }
     m_failureDescriptionField->setText(alert.informativeText());
     if (!actions.includesAction(AlertActionSet::kOpenLog)) {
         delete m_viewLogButton.data();

@@ -118,6 +118,10 @@ void CommandProgressViewController::didBeginStatus()
     }
     m_titleField->setText(manager->displayTitle());
     m_titleField->setToolTip(manager->displayTitle());
+    // A screen reader names the pane by its command, not by its kind.
+    if (QWidget* pane = view()) {
+        pane->setAccessibleName(manager->displayTitle());
+    }
     m_runTimeField->setText(manager->displayRunTime());
     disconnect(m_runTimeConnection);
     m_runTimeConnection =

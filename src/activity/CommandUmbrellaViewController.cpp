@@ -136,8 +136,13 @@ void CommandUmbrellaViewController::setView(QWidget* newView)
     if (newView == oldView) {
         return;
     }
+    // Toggled from the keyboard, the pane keeps the focus across its two forms.
+    const bool hadFocus = oldView != nullptr && oldView->hasFocus();
     m_view = newView;
     Q_EMIT viewChanged(oldView, newView);
+    if (hadFocus && newView != nullptr) {
+        newView->setFocus(Qt::OtherFocusReason);
+    }
 }
 
 ActivityProgressManager::LiveStatus CommandUmbrellaViewController::safeCommandStatus() const

@@ -2,12 +2,19 @@
 
 #include "activity/WTLegacyViewController.h"
 
+#include <QKeyEvent>
 #include <QMouseEvent>
+#include <QPainter>
+#include <QStyle>
+#include <QStyleOptionFocusRect>
 
 MonitorStackedContainerView::MonitorStackedContainerView(QWidget* parent)
     : StackedPartView(parent)
 {
     setCursor(Qt::PointingHandCursor);
+    setFocusPolicy(Qt::StrongFocus);
+    setAccessibleDescription(tr("Space shows or hides the details; the menu key opens the "
+                                "command's menu."));
 }
 
 QList<QColor> MonitorStackedContainerView::gradientColors() const
@@ -35,7 +42,62 @@ void MonitorStackedContainerView::mouseReleaseEvent(QMouseEvent* event)
         Q_EMIT customContextMenuRequested(event->position().toPoint());
         return;
     }
+    toggleDetails();
+}
+
+void MonitorStackedContainerView::toggleDetails()
+{
     if (WTLegacyViewController* controller = WTLegacyViewController::controllerOfView(this)) {
         controller->tryToPerform("toggleDetails", this);
     }
+}
+
+void MonitorStackedContainerView::keyPressEvent(QKeyEvent* event)
+{
+    switch (event->key()) {
+    case Qt::Key_Space:
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+        toggleDetails();
+        return;
+    case Qt::Key_Menu:
+        Q_EMIT customContextMenuRequested(rect().center());
+        return;
+    case Qt::Key_F10:
+        if (event->modifiers().testFlag(Qt::ShiftModifier)) {
+            Q_EMIT customContextMenuRequested(rect().center());
+            return;
+        }
+        break;
+    default:
+        break;
+    }
+    StackedPartView::keyPressEvent(event);
+}
+
+void MonitorStackedContainerView::paintEvent(QPaintEvent* event)
+{
+    StackedPartView::paintEvent(event);
+    if (!hasFocus()) {
+        return;
+    }
+    // The style's own focus ring, so that it reads in light and dark alike.
+    QPainter painter(this);
+    QStyleOptionFocusRect option;
+    option.initFrom(this);
+    option.rect = rect().adjusted(2, 2, -2, -2);
+    option.backgroundColor = palette().color(QPalette::Window);
+    style()->drawPrimitive(QStyle::PE_FrameFocusRect, &option, &painter, this);
+}
+
+void MonitorStackedContainerView::focusInEvent(QFocusEvent* event)
+{
+    StackedPartView::focusInEvent(event);
+    update();
+}
+
+void MonitorStackedContainerView::focusOutEvent(QFocusEvent* event)
+{
+    StackedPartView::focusOutEvent(event);
+    update();
 }

@@ -5,17 +5,19 @@
 #include "core/MonitorActivityWindow.h"
 #include "core/MonitorApplicationDelegate.h"
 #include "errors/ContextualAlertInfo.h"
-#include "foundation/MainQueue.h"
 #include "fakes/FakeApplicationSession.h"
 #include "fakes/FakeClientApplication.h"
 #include "fakes/QuietSubsystems.h"
 #include "fakes/RecordingDesktopEvents.h"
 #include "fakes/RecordingStatusItem.h"
+#include "foundation/MainQueue.h"
 #include "messaging/KSPublishedConnection.h"
 #include "messaging/SwitchboardFixture.h"
 #include "support/PrivateBus.h"
 #include "tracking/CommandInfo.h"
 
+#include <QAccessible>
+#include <QApplication>
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -145,4 +147,59 @@ TEST_F(ActivityEndToEndTest, ALogOutWhileACommandRunsEndsWithoutTheSheet)
                   u"Waiting for commands at log-out or shut-down is not available in this build"_s),
               1);
     capture->stop();
+}
+
+// A person without a mouse, or with a screen reader: every pane is a stop of the Tab chain,
+// named after its command in the window's accessible tree, and Space shows its details
+// without losing the focus.
+TEST_F(ActivityEndToEndTest, PanesAreNamedAfterTheirCommandsAndWorkFromTheKeyboard)
+{
+    auto capture =
+        ctl(u"command capture --id test.keys.1 --steps 10000 --interval-ms 50"_s.split(u' '));
+    auto verify =
+        ctl(u"command verify --id test.keys.2 --steps 10000 --interval-ms 50"_s.split(u' '));
+    ActivityWindowController& window = m_activity->controller();
+    ASSERT_TRUE(
+        QTest::qWaitFor([&] { return window.orderedViewControllers().size() == 2; }, 60000));
+    window.window()->show();
+    window.window()->activateWindow();
+    const QStringList titles{u"Capture “Demo Archive”"_s, u"Verify “Demo Archive”"_s};
+
+    // Each pane is named once its command has said what it is.
+    const auto namedPanes = [&] {
+        QStringList named;
+        std::function<void(QAccessibleInterface*)> walk = [&](QAccessibleInterface* node) {
+            for (int i = 0; node != nullptr && i < node->childCount(); ++i) {
+                QAccessibleInterface* child = node->child(i);
+                if (child != nullptr && titles.contains(child->text(QAccessible::Name))) {
+                    named.append(child->text(QAccessible::Name));
+                }
+                walk(child);
+            }
+        };
+        walk(QAccessible::queryAccessibleInterface(window.window()));
+        named.sort();
+        return named;
+    };
+    ASSERT_TRUE(QTest::qWaitFor([&] { return namedPanes() == titles; }, 60000))
+        << namedPanes().join(u", "_s).toStdString();
+
+    QWidget* first = window.orderedViewControllers().first()->view();
+    first->setFocus(Qt::TabFocusReason);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return first->hasFocus(); }, 10000));
+    CommandUmbrellaViewController* pane = window.orderedViewControllers().first();
+    const bool details = pane->showingDetails();
+    QTest::keyClick(first, Qt::Key_Space);
+    EXPECT_NE(pane->showingDetails(), details);
+    EXPECT_TRUE(pane->view()->hasFocus()) << "the focus was lost with the pane's old form";
+    QTest::keyClick(pane->view(), Qt::Key_Space);
+    EXPECT_EQ(pane->showingDetails(), details);
+
+    QWidget* other = window.orderedViewControllers().last()->view();
+    for (int tab = 0; tab < 20 && !other->hasFocus(); ++tab) {
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+    }
+    EXPECT_TRUE(other->hasFocus()) << "Tab never reached the second pane";
+    capture->stop();
+    verify->stop();
 }
