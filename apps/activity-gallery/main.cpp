@@ -206,6 +206,17 @@ const Shot kShots[] = {
          scene.start(QStringLiteral("capture"), QStringLiteral("Capture Home"), kCaptureProgress);
          return scene.render();
      }},
+    {"keyboard-focus", "two captures, the second reached with Tab",
+     [](Scene& scene) {
+         scene.start(QStringLiteral("capture"), QStringLiteral("Capture Home"), kCaptureProgress);
+         const auto focused = scene.start(QStringLiteral("capture"), QStringLiteral("Capture Mail"),
+                                          kCaptureProgress);
+         QWidget* shown = scene.render();
+         shown->activateWindow();
+         Scene::paneOf(focused)->view()->setFocus(Qt::TabFocusReason);
+         QCoreApplication::processEvents();
+         return shown;
+     }},
     {"five-panes", "five commands at once, one detailed and one failed",
      [](Scene& scene) {
          scene.host().nextAction =

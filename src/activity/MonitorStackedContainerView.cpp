@@ -5,8 +5,6 @@
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
-#include <QStyle>
-#include <QStyleOptionFocusRect>
 
 MonitorStackedContainerView::MonitorStackedContainerView(QWidget* parent)
     : StackedPartView(parent)
@@ -81,13 +79,13 @@ void MonitorStackedContainerView::paintEvent(QPaintEvent* event)
     if (!hasFocus()) {
         return;
     }
-    // The style's own focus ring, so that it reads in light and dark alike.
+    // The highlight colour reads on light and dark palettes alike; styles differ too much in
+    // whether, and how faintly, they ring a plain widget.
     QPainter painter(this);
-    QStyleOptionFocusRect option;
-    option.initFrom(this);
-    option.rect = rect().adjusted(2, 2, -2, -2);
-    option.backgroundColor = palette().color(QPalette::Window);
-    style()->drawPrimitive(QStyle::PE_FrameFocusRect, &option, &painter, this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(palette().color(QPalette::Highlight), 2));
+    painter.setBrush(Qt::NoBrush);
+    painter.drawRoundedRect(QRectF(rect()).adjusted(1.5, 1.5, -1.5, -1.5), 4, 4);
 }
 
 void MonitorStackedContainerView::focusInEvent(QFocusEvent* event)
