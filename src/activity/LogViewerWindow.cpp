@@ -3,6 +3,7 @@
 #include "logging/LogFileLogger.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QFileSystemWatcher>
 #include <QFontDatabase>
 #include <QHBoxLayout>
@@ -15,6 +16,7 @@
 #include <QShortcut>
 #include <QTextBlock>
 #include <QVBoxLayout>
+#include <sys/stat.h>
 
 LogViewerWindow::LogViewerWindow(QWidget* parent)
     : QWidget(parent, Qt::Window)
@@ -58,6 +60,8 @@ LogViewerWindow::LogViewerWindow(QWidget* parent)
     });
     m_watcher = new QFileSystemWatcher(this);
     connect(m_watcher, &QFileSystemWatcher::fileChanged, this, &LogViewerWindow::followFile);
+    // A rotation renames the file away and makes a new one: only its folder tells.
+    connect(m_watcher, &QFileSystemWatcher::directoryChanged, this, &LogViewerWindow::followFile);
 }
 
 LogViewerWindow::~LogViewerWindow() = default;
@@ -77,8 +81,12 @@ void LogViewerWindow::setLogFilePath(const QString& path)
     if (!m_watcher->files().isEmpty()) {
         m_watcher->removePaths(m_watcher->files());
     }
+    if (!m_watcher->directories().isEmpty()) {
+        m_watcher->removePaths(m_watcher->directories());
+    }
     m_path = path;
     m_readOffset = 0;
+    m_inode = 0;
     m_text->clear();
 }
 
@@ -86,7 +94,7 @@ void LogViewerWindow::showLogLine(const LogLine& line)
 {
     reload();
     m_lineShown = line ? line->description() : QString();
-    highlight(m_lineShown);
+    highlight(m_lineShown, true);
     show();
     raise();
     activateWindow();
@@ -96,23 +104,45 @@ void LogViewerWindow::reload()
 {
     m_text->clear();
     m_readOffset = 0;
-    if (!m_watcher->files().contains(m_path) && QFile::exists(m_path)) {
+    m_inode = 0;
+    followFile();
+}
+
+void LogViewerWindow::watch()
+{
+    // Watched afresh: after a rotation the watch on the path still follows the old file.
+    if (m_watcher->files().contains(m_path)) {
+        m_watcher->removePath(m_path);
+    }
+    if (QFile::exists(m_path)) {
         m_watcher->addPath(m_path);
     }
-    followFile();
+    const QString folder = QFileInfo(m_path).absolutePath();
+    if (!m_watcher->directories().contains(folder) && QFileInfo(folder).isDir()) {
+        m_watcher->addPath(folder);
+    }
 }
 
 void LogViewerWindow::followFile()
 {
     QFile file(m_path);
-    if (!file.open(QIODevice::ReadOnly)) {
+    struct stat status = {};
+    if (!file.open(QIODevice::ReadOnly) || ::fstat(file.handle(), &status) != 0) {
         m_status->setText(tr("The log cannot be read."));
         return;
     }
-    if (file.size() < m_readOffset) {
-        // Rotated: the file was replaced by a fresh one.
-        m_text->clear();
+    QScrollBar* scroll = m_text->verticalScrollBar();
+    const bool atEnd = scroll->value() == scroll->maximum();
+    if (quint64(status.st_ino) != m_inode || file.size() < m_readOffset) {
+        // Rotated: a fresh file holds the log from here on.
+        const bool first = m_inode == 0;
+        m_inode = quint64(status.st_ino);
         m_readOffset = 0;
+        m_text->clear();
+        watch();
+        if (!first) {
+            m_status->setText(tr("The log was rotated; showing the new file."));
+        }
     }
     file.seek(m_readOffset);
     QByteArray added = file.readAll();
@@ -123,17 +153,15 @@ void LogViewerWindow::followFile()
     }
     added.truncate(end);
     m_readOffset += end + 1;
-    const bool atEnd =
-        m_text->verticalScrollBar()->value() == m_text->verticalScrollBar()->maximum();
+    // Appending moves neither the user's cursor nor a Find selection.
+    const QTextCursor cursor = m_text->textCursor();
+    const int value = scroll->value();
     m_text->appendPlainText(QString::fromUtf8(added));
-    if (!m_watcher->files().contains(m_path)) {
-        m_watcher->addPath(m_path);
-    }
+    m_text->setTextCursor(cursor);
     if (!m_lineShown.isEmpty()) {
-        highlight(m_lineShown);
-    } else if (atEnd) {
-        m_text->verticalScrollBar()->setValue(m_text->verticalScrollBar()->maximum());
+        highlight(m_lineShown, false);
     }
+    scroll->setValue(atEnd ? scroll->maximum() : value);
 }
 
 QString LogViewerWindow::identifierOfLine(const QString& line)
@@ -143,7 +171,7 @@ QString LogViewerWindow::identifierOfLine(const QString& line)
     return match.hasMatch() ? match.captured(1) : QString();
 }
 
-void LogViewerWindow::highlight(const QString& identifier)
+void LogViewerWindow::highlight(const QString& identifier, bool moveThere)
 {
     QList<QTextEdit::ExtraSelection> selections;
     QTextBlock first;
@@ -165,6 +193,9 @@ void LogViewerWindow::highlight(const QString& identifier)
         }
     }
     m_text->setExtraSelections(selections);
+    if (!moveThere) {
+        return;
+    }
     if (first.isValid()) {
         m_text->setTextCursor(QTextCursor(first));
         m_text->centerCursor();

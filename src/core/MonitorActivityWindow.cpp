@@ -2,7 +2,6 @@
 
 #include "activity/ActivityWindowController.h"
 #include "core/MonitorApplicationDelegate.h"
-#include "platform/ClientApplication.h"
 #include "preferences/ImpermanentValues.h"
 
 #include <QPointer>
@@ -64,12 +63,8 @@ void MonitorActivityWindow::showStatusItemStates(bool show, quint64 states)
 
 bool MonitorActivityWindow::viewLogLine(const LogLine& line)
 {
-    // Without a client that can be started, the window shows the line itself.
-    if (ClientApplication::defaultClient().locate() != ClientApplication::kNoError) {
-        return false;
-    }
-    m_delegate.viewLogLine(line);
-    return true;
+    // Without a line, or a client that takes the request, the monitor's own viewer shows it.
+    return m_delegate.viewLogLine(line);
 }
 
 void MonitorActivityWindow::openRepository(const QString& path, qint32 action)

@@ -337,11 +337,10 @@ void MonitorApplicationDelegate::openRepository(const QString& path, qint32 acti
     }
 }
 
-void MonitorApplicationDelegate::viewLogLine(const LogLine& line)
+bool MonitorApplicationDelegate::viewLogLine(const LogLine& line)
 {
-    if (const auto logger = Logger::defaultLogger(); logger && line) {
-        logger->openUsingLaunchServices(line->description());
-    }
+    const auto logger = Logger::defaultLogger();
+    return logger && line && logger->openUsingLaunchServices(line->description());
 }
 
 void MonitorApplicationDelegate::updateStatusItemState(quint64 state)

@@ -215,7 +215,7 @@ bool LogFileLogger::canWrite() const
     return m_fileRef >= 0;
 }
 
-void LogFileLogger::openUsingLaunchServices(const QString& line)
+bool LogFileLogger::openUsingLaunchServices(const QString& line)
 {
     ClientApplication& client = ClientApplication::defaultClient();
     const int located = client.locate();
@@ -226,7 +226,7 @@ void LogFileLogger::openUsingLaunchServices(const QString& line)
                     QStringLiteral("LSFindApplicationForInfo(%1) returned %2")
                         .arg(ClientApplication::kClientIdentifier)
                         .arg(located));
-        return;
+        return false;
     }
     const QString path = currentLogFilePath();
     const int sent = client.activateAction(QStringLiteral("view-log"), {path, line});
@@ -235,7 +235,9 @@ void LogFileLogger::openUsingLaunchServices(const QString& line)
             Logger::log(2, QStringLiteral("Error sending open log file request"));
         Logger::log(7, failure, QStringLiteral("log"), QUrl::fromLocalFile(path).toString());
         Logger::log(9, failure, QStringLiteral("LSOpenFromURLSpec returned %1").arg(sent));
+        return false;
     }
+    return true;
 }
 
 void LogFileLogger::logRotationNotification()

@@ -34,7 +34,7 @@ public:
     QStringList logFiles() const override;
     void logCString(const QByteArray& line) override;
     bool canWrite() const override;
-    void openUsingLaunchServices(const QString& line) override;
+    bool openUsingLaunchServices(const QString& line) override;
     void logRotationNotification();
 
     // Whether the descriptor held is the file now at the current path (not one rotated away).

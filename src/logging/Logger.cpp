@@ -806,7 +806,10 @@ void Logger::logMessage(const QByteArray& formatted)
     logCString(formatted);
 }
 
-void Logger::openUsingLaunchServices(const QString& /*line*/) {}
+bool Logger::openUsingLaunchServices(const QString& /*line*/)
+{
+    return false;
+}
 
 bool Logger::canWrite() const
 {

@@ -112,7 +112,8 @@ public:
                                                     int classification, const QString& classString);
     virtual void logCString(const QByteArray& line);
     void logMessage(const QByteArray& formatted);
-    virtual void openUsingLaunchServices(const QString& line);
+    // False when the request could not be handed to the client application.
+    virtual bool openUsingLaunchServices(const QString& line);
     // False for a logger that lost what it writes to; such a one is never made the default.
     virtual bool canWrite() const;
 

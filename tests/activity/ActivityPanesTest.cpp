@@ -281,13 +281,37 @@ TEST(LogViewerWindowTest, OpensAtTheLineWithItsNestedLinesAndFollowsTheFile)
     viewer.showLogLine(LogLineIdentifier::fromString(u"4.2"_s));
     EXPECT_EQ(viewer.highlightedBlocks(), (QList<int>{1, 2}));
     EXPECT_EQ(viewer.currentBlock(), 1);
-    log.write("2024-01-01 10:00:01.000 +0000 Plain   delta [4.3]\n");
+    // The user finds a line; what the log gains meanwhile is marked but moves nobody.
+    EXPECT_TRUE(viewer.find(u"gamma"_s));
+    log.write("2024-01-01 10:00:01.000 +0000 Plain   delta [4.3]\n"
+              "2024-01-01 10:00:01.001 +0000 Details beta more [4.2.2]\n");
     log.flush();
     viewer.followFile();
-    EXPECT_EQ(viewer.textView()->blockCount(), 5);
+    EXPECT_EQ(viewer.textView()->blockCount(), 6);
+    EXPECT_EQ(viewer.currentBlock(), 3) << "the write took the user back to the failure";
+    EXPECT_EQ(viewer.textView()->textCursor().selectedText(), u"gamma"_s);
+    EXPECT_EQ(viewer.highlightedBlocks(), (QList<int>{1, 2, 5}));
     EXPECT_TRUE(viewer.find(u"delta"_s));
     EXPECT_EQ(viewer.currentBlock(), 4);
     EXPECT_FALSE(viewer.find(u"epsilon"_s));
+
+    // Rotated: the old file moves aside and a new one, already longer than what was read,
+    // takes its place; the viewer follows the new file by itself.
+    log.close();
+    ASSERT_TRUE(QFile::rename(path, path + u".1"_s));
+    QFile fresh(path);
+    ASSERT_TRUE(fresh.open(QIODevice::WriteOnly));
+    const QByteArray line = "2024-01-02 00:00:00.000 +0000 Plain   after the rotation [5.1]\n";
+    for (int i = 0; i < 10; ++i) {
+        fresh.write(line);
+    }
+    fresh.flush();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return viewer.textView()->blockCount() == 10; }, 10000))
+        << viewer.textView()->toPlainText().toStdString();
+    EXPECT_FALSE(viewer.textView()->toPlainText().contains(u"alpha"_s));
+    fresh.write("2024-01-02 00:00:01.000 +0000 Plain   still followed [5.2]\n");
+    fresh.flush();
+    ASSERT_TRUE(QTest::qWaitFor([&] { return viewer.textView()->blockCount() == 11; }, 10000));
 }
 
 TEST(ActivityImagesTest, SvgImagesLoadFromTheResource)

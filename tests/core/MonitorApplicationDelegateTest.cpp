@@ -167,7 +167,9 @@ TEST_F(MonitorApplicationDelegateTest, ArchiveAndLogLineOpenInTheClient)
     FakeClientApplication client;
     m_delegate->openRepository(u"/media/disk/Home.stromi"_s, 7);
     const LogLine line = Logger::log(5, u"something to look at"_s);
-    m_delegate->viewLogLine(line);
+    EXPECT_TRUE(m_delegate->viewLogLine(line));
+    // Without a line there is nothing to ask the client: the monitor's own viewer opens.
+    EXPECT_FALSE(m_delegate->viewLogLine(LogLine()));
     ASSERT_EQ(client.m_actions.size(), 2);
     EXPECT_EQ(client.m_actions[0].first, u"open-archive"_s);
     EXPECT_EQ(client.m_actions[0].second.at(0).toString(), u"/media/disk/Home.stromi"_s);
@@ -177,6 +179,7 @@ TEST_F(MonitorApplicationDelegateTest, ArchiveAndLogLineOpenInTheClient)
     EXPECT_EQ(client.m_actions[1].second.at(1).toString(), line->description());
 
     client.m_activateResult = ClientApplication::kRequestFailed;
+    EXPECT_FALSE(m_delegate->viewLogLine(line)) << "a client that cannot be reached took it";
     m_delegate->openRepository(u"/gone.stromi"_s, 1);
     Logger::defaultLogger()->flush();
     EXPECT_EQ(logLinesContaining(u"Unable to open '/gone.stromi'"_s), 1);
