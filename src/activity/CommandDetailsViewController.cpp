@@ -93,12 +93,20 @@ void CommandDetailsViewController::updateStatus(const QVariantMap& progress)
     }
     if (const auto value = progress.constFind(kValue);
         value != progress.cend() && !isNull(*value)) {
-        const double minimum = m_thermometer->property("minValue").toDouble();
-        const double maximum = m_thermometer->property("maxValue").toDouble();
-        const double fraction =
-            maximum > minimum ? (value->toDouble() - minimum) / (maximum - minimum) : 0.0;
-        m_thermometer->setValue(int(std::clamp(fraction, 0.0, 1.0) * kThermometerSteps));
+        m_thermometerValue = value->toDouble();
     }
+    // A new maximum or minimum alone moves the bar too: the fill is the value between them.
+    const double minimum = m_thermometer->property("minValue").toDouble();
+    const double maximum = m_thermometer->property("maxValue").toDouble();
+    double fraction = 0;
+    if (m_thermometerValue <= minimum) {
+        fraction = 0;
+    } else if (m_thermometerValue >= maximum) {
+        fraction = 1;
+    } else {
+        fraction = (m_thermometerValue - minimum) / (maximum - minimum);
+    }
+    m_thermometer->setValue(int(std::round(fraction * kThermometerSteps)));
 }
 
 void CommandDetailsViewController::didEndStatusWithException(const Exception* exception)

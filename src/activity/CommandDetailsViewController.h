@@ -45,6 +45,8 @@ protected:
 
 private:
     bool m_thermometerInterderminate = false;
+    // The last "value" given, kept to place the bar again when the range changes.
+    double m_thermometerValue = 0;
     QPointer<QToolButton> m_actionButton;
     QPointer<ProgressDescriptionField> m_taskDescription;
     QPointer<QProgressBar> m_thermometer;

@@ -99,10 +99,13 @@ void MonitorProgressIndicator::setDoubleValue(double value)
 
 void MonitorProgressIndicator::recomputeXValue()
 {
+    // The minimum is asked first: a value at a minimum that is not below the maximum is empty.
     double fraction = 0;
-    if (m_doubleValue >= m_maxValue) {
+    if (m_doubleValue <= m_minValue) {
+        fraction = 0;
+    } else if (m_doubleValue >= m_maxValue) {
         fraction = 1;
-    } else if (m_doubleValue > m_minValue) {
+    } else {
         fraction = (m_doubleValue - m_minValue) / (m_maxValue - m_minValue);
     }
     const double x = std::round(std::max(0, width() - 2) * fraction);

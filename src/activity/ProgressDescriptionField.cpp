@@ -5,7 +5,9 @@
 #include <QEvent>
 #include <QFontMetrics>
 #include <QHelpEvent>
+#include <QIcon>
 #include <QPainter>
+#include <QStyle>
 #include <QToolTip>
 #include <cmath>
 
@@ -121,11 +123,11 @@ ProgressDescriptionField::alternateLayout(int width, bool hasIcon, bool hasName)
     if (width - x <= kIconRoom) {
         return layout;
     }
-    // A command that sends no icon still has its item named.
-    if (hasIcon) {
-        layout.icon = QRect(x, 0, fieldHeight, fieldHeight);
-        x += fieldHeight + 2;
+    if (!hasIcon) {
+        return layout;
     }
+    layout.icon = QRect(x, 0, fieldHeight, fieldHeight);
+    x += fieldHeight + 2;
     if (hasName && width - x >= kNameRoom) {
         layout.name = QRect(x, 0, width - x, fieldHeight);
     }
@@ -170,8 +172,16 @@ void ProgressDescriptionField::paintEvent(QPaintEvent*)
                          metrics.elidedText(displayedText(), Qt::ElideRight, width()));
         return;
     }
-    const QImage icon = m_progressManager->altDescriptionIcon();
+    QImage icon = m_progressManager->altDescriptionIcon();
     const QString name = m_progressManager->altDescriptionName();
+    // An item named without an icon of its own gets the desktop's icon for a document, so
+    // the name is never drawn bare.
+    if (icon.isNull() && !name.isEmpty()) {
+        icon = QIcon::fromTheme(QStringLiteral("text-x-generic"),
+                                style()->standardIcon(QStyle::SP_FileIcon))
+                   .pixmap(height(), height())
+                   .toImage();
+    }
     const AlternateLayout layout = alternateLayout(width(), !icon.isNull(), !name.isEmpty());
     painter.drawText(layout.verb, flags,
                      metrics.elidedText(displayedText(), Qt::ElideRight, layout.verb.width()));

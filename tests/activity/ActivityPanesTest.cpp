@@ -11,6 +11,7 @@
 #include "errors/AlertInfo.h"
 #include "exception/KSException.h"
 #include "foundation/HumanReadableString.h"
+#include "tracking/ActivityProgressManager.h"
 
 #include <QFile>
 #include <QIcon>
@@ -55,8 +56,10 @@ TEST(MonitorProgressIndicatorTest, FillFollowsTheRangeAndRepaintsOnlyWhenAPixelM
         double min, max, value, expected;
     };
     // 102 points wide: 100 pixels of travel.
-    const Case cases[] = {{0, 100, 50, 50},   {0, 100, 150, 100}, {10, 20, 5, 0},
-                          {0, 100, 100, 100}, {0, 100, 0.4, 0},   {50, 150, 75, 25}};
+    // The minimum is asked before the maximum: a value at or below it is empty even when it is
+    // at or above a maximum no greater than the minimum.
+    const Case cases[] = {{0, 100, 50, 50}, {0, 100, 150, 100}, {10, 20, 5, 0},  {0, 100, 100, 100},
+                          {0, 100, 0.4, 0}, {50, 150, 75, 25},  {50, 50, 50, 0}, {60, 40, 50, 0}};
     for (const Case& c : cases) {
         MonitorProgressIndicator indicator;
         indicator.resize(102, 12);
@@ -86,7 +89,7 @@ TEST(MonitorProgressIndicatorTest, OneSharedTimerStopsWhenNoIndicatorAnimates)
     second.setAnimating(true);
     QTimer* timer = MonitorProgressIndicator::animationTimer();
     ASSERT_NE(timer, nullptr);
-    EXPECT_EQ(timer->interval(), MonitorProgressIndicator::kAnimationIntervalMs);
+    EXPECT_EQ(timer->interval(), 100);
     const quint64 redraws = second.redrawRequests();
     MonitorProgressIndicator::animateIndeterminateTime();
     EXPECT_EQ(second.redrawRequests(), redraws + 1);
@@ -107,10 +110,10 @@ TEST(ProgressDescriptionFieldTest, IconAndNameAppearOnlyWhereThereIsRoom)
         bool hasName, icon, name;
     };
     const Case cases[] = {
-        {verbEnd + ProgressDescriptionField::kIconRoom, true, false, false},
-        {verbEnd + ProgressDescriptionField::kIconRoom + 1, true, true, false},
-        {verbEnd + 18 + ProgressDescriptionField::kNameRoom - 1, true, true, false},
-        {verbEnd + 18 + ProgressDescriptionField::kNameRoom, true, true, true},
+        {verbEnd + 16, true, false, false},
+        {verbEnd + 16 + 1, true, true, false},
+        {verbEnd + 18 + 40 - 1, true, true, false},
+        {verbEnd + 18 + 40, true, true, true},
         {300, false, true, false},
     };
     for (const Case& c : cases) {
@@ -118,9 +121,41 @@ TEST(ProgressDescriptionFieldTest, IconAndNameAppearOnlyWhereThereIsRoom)
         EXPECT_EQ(layout.icon.has_value(), c.icon) << c.width;
         EXPECT_EQ(layout.name.has_value(), c.name) << c.width;
     }
-    EXPECT_TRUE(field.alternateLayout(300, false, true).name.has_value());
-    EXPECT_FALSE(field.alternateLayout(verbEnd + ProgressDescriptionField::kIconRoom, false, true)
-                     .name.has_value());
+    // The name follows its icon: without one, neither is laid out.
+    EXPECT_FALSE(field.alternateLayout(300, false, true).name.has_value());
+}
+
+// An item named by a command that sends no icon is still drawn after an icon: the desktop's
+// icon for a document.
+TEST(ProgressDescriptionFieldTest, AnItemWithoutItsOwnIconIsDrawnAfterADocumentIcon)
+{
+    const auto manager = ActivityProgressManager::initWithCommand(u"capture"_s);
+    manager->commandDidStart();
+    manager->commandProgressDidUpdate(
+        progressOf({{"verb", u"Copying"_s}, {"item", u"Notes.txt"_s}, {"alt", true}}));
+    ProgressDescriptionField field;
+    field.resize(300, 16);
+    field.bindFullDescriptionTo(manager.get());
+    ASSERT_TRUE(manager->showingAlternateDescription());
+    const QImage image = field.grab().toImage();
+    const auto layout = field.alternateLayout(300, true, true);
+    ASSERT_TRUE(layout.icon && layout.name);
+    const QRect icon = *layout.icon;
+    const QRgb background = image.pixel(image.width() - 1, 0);
+    int drawn = 0;
+    for (int y = icon.top(); y <= icon.bottom(); ++y) {
+        for (int x = icon.left(); x <= icon.right(); ++x) {
+            drawn += image.pixel(x, y) != background ? 1 : 0;
+        }
+    }
+    EXPECT_GT(drawn, 16) << "no icon before the item's name";
+    // The name starts after the icon and its gap, not where the icon belongs.
+    for (int y = 0; y < image.height(); ++y) {
+        for (int x = icon.right() + 1; x < layout.name->left(); ++x) {
+            EXPECT_EQ(image.pixel(x, y), background) << x << "," << y;
+        }
+    }
+    manager->commandDidStopWithException(nullptr);
 }
 
 TEST(CommandFormsTest, CountersAndBarsFollowTheProgressDictionary)
@@ -152,9 +187,19 @@ TEST(CommandFormsTest, CountersAndBarsFollowTheProgressDictionary)
     file.updateStatus(progressOf({{"max", QVariant::fromValue(nullptr)}, {"value", 5}}));
     EXPECT_TRUE(file.thermometerIndeterminate());
     EXPECT_EQ(file.thermometer()->maximum(), 0);
-    file.updateStatus(progressOf({{"max", 10}, {"min", 0}, {"value", 5}}));
+    file.updateStatus(progressOf({{"max", 10}, {"min", 0}}));
     EXPECT_FALSE(file.thermometerIndeterminate());
-    EXPECT_EQ(file.thermometer()->value(), file.thermometer()->maximum() / 2);
+    EXPECT_EQ(file.thermometer()->value(), 0) << "the value given while indeterminate was kept";
+    file.updateStatus(progressOf({{"value", 5}}));
+    const int steps = file.thermometer()->maximum();
+    EXPECT_EQ(file.thermometer()->value(), steps / 2);
+    // A new maximum or minimum without a value moves the bar as well.
+    file.updateStatus(progressOf({{"max", 20}}));
+    EXPECT_EQ(file.thermometer()->value(), steps / 4);
+    file.updateStatus(progressOf({{"min", 5}}));
+    EXPECT_EQ(file.thermometer()->value(), 0);
+    file.updateStatus(progressOf({{"min", 0}, {"max", 10}, {"value", 5}}));
+    EXPECT_EQ(file.thermometer()->value(), steps / 2);
     file.didEndStatusWithException(nullptr);
     EXPECT_EQ(file.thermometer()->value(), file.thermometer()->maximum());
     EXPECT_TRUE(file.actionButton()->isHidden());
@@ -197,8 +242,8 @@ TEST(CommandFailurePaneTest, ButtonsFollowTheAlertsActionsAndTheArchive)
     using A = AlertActionSet;
     const Case cases[] = {
         {{A::kOpenLog}, true, true, false, 0},
-        {{A::kReindex, A::kRepair}, true, false, true, CommandFailureViewController::kOpenToRepair},
-        {{A::kReindex}, true, false, true, CommandFailureViewController::kOpenToReindex},
+        {{A::kReindex, A::kRepair}, true, false, true, 3},
+        {{A::kReindex}, true, false, true, 4},
         {{A::kReindex, A::kRepair, A::kOpenLog}, false, true, false, 0},
         {{A::kClose}, true, false, false, 0},
     };
