@@ -55,18 +55,10 @@ TEST_F(MonitorEndToEndTest, ListenersCommandNamesAndTheVersionAreAnsweredToPeers
 {
     auto served = ctl(words("serve test.twice"));
     ASSERT_TRUE(served->waitForOutput(u"serving"_s));
-    const auto answer = [](const QString& interface, const QString& member,
-                           const QVariantList& arguments) {
-        return ask(u"com.kestrom."_s + interface, member, arguments).arguments().value(0);
-    };
-    const QVariantList question{u"test.twice"_s,
-                                KeyedArchive::archivedData(QVariantMap{{u"name"_s, u"verify"_s}})};
-    const auto first = qdbus_cast<Endpoint>(answer(
-        u"CommandListenerServiceProvider"_s, u"queryListenerForCommandIdentifier"_s, question));
+    const Endpoint first = listenerFor(u"test.twice"_s);
     EXPECT_FALSE(first.isNone());
-    EXPECT_EQ(first, qdbus_cast<Endpoint>(answer(u"CommandListenerServiceProvider"_s,
-                                                 u"queryListenerForCommandIdentifier"_s, question)))
-        << "the same identifier twice gives the same listener";
+    EXPECT_EQ(first, listenerFor(u"test.twice"_s))
+        << "the same identifier twice, the same listener";
     // Only the eleven command names, in lower case, can be monitored.
     for (const auto& [name, can] :
          {std::pair{u"Capture"_s, false}, {u"dump"_s, false}, {u"erase"_s, true}}) {
@@ -74,7 +66,7 @@ TEST_F(MonitorEndToEndTest, ListenersCommandNamesAndTheVersionAreAnsweredToPeers
                   can)
             << name.toStdString();
     }
-    EXPECT_EQ(answer(u"KSComponentInstalling"_s, u"queryComponentVersionWithReply"_s, {}),
+    EXPECT_EQ(answer(u"KSComponentInstalling"_s, u"queryComponentVersionWithReply"_s),
               u"Monitor-2.2.5.12"_s);
 }
 
@@ -136,12 +128,7 @@ TEST_F(MonitorEndToEndTest, ASecondMonitorBringsTheFirstForwardAndLeavesWithoutS
 
     // A script asked for after both starts runs once.
     QTemporaryDir folder;
-    const QString script = folder.filePath(u"once.sh"_s);
-    QFile file(script);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.write("#!/bin/sh\necho ran >> \"$0.count\"\n");
-    file.close();
-    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    const QString script = writeScript(folder.filePath(u"once.sh"_s), "echo ran >> \"$0.count\"\n");
     auto request = ctl(words("request script --id s.once --path") << script);
     ASSERT_TRUE(request->finished());
     EXPECT_EQ(request->exitCode(), 0) << request->output().toStdString();
@@ -188,11 +175,9 @@ TEST_F(MonitorEndToEndTest, APreferenceThatCannotBeSetAnswersNoAndLaterOnesStill
     };
     for (const auto& [value, key] : refused) {
         EXPECT_FALSE(set(value, key)) << key.toStdString();
-        const QByteArray stored = ask(u"com.kestrom.KSComponentPreferencing"_s,
-                                      u"queryComponentPreferenceForKey"_s, {key})
-                                      .arguments()
-                                      .value(0)
-                                      .toByteArray();
+        const QByteArray stored =
+            answer(u"KSComponentPreferencing"_s, u"queryComponentPreferenceForKey"_s, {key})
+                .toByteArray();
         if (!stored.isEmpty()) {
             EXPECT_NE(KeyedArchive::unarchiveObjectWithData(stored), value) << key.toStdString();
         }
@@ -246,18 +231,18 @@ TEST_F(MonitorEndToEndTest, EveryExportedObjectSaysExactlyWhatTheCommittedWireTa
             .toString();
     };
     // The running command's listener: the child of the monitor's listener folder that listens.
+    const QString monitor = monitorEndpoint()->service();
     QString listener;
     const QString folder = u"/com/kestrom/listener"_s;
-    auto children = QRegularExpression(uR"re(<node name="(\d+)")re"_s)
-                        .globalMatch(introspect(monitorEndpoint()->service(), folder));
+    auto children =
+        QRegularExpression(uR"re(<node name="(\d+)")re"_s).globalMatch(introspect(monitor, folder));
     while (children.hasNext()) {
         const QString candidate = folder + u'/' + children.next().captured(1);
-        if (introspect(monitorEndpoint()->service(), candidate)
-                .contains(InterfaceNames::kCommandListenerMessaging)) {
+        if (introspect(monitor, candidate).contains(u"com.kestrom.CommandListenerMessaging"_s)) {
             listener = candidate;
         }
     }
-    const QString monitor = monitorEndpoint()->service();
+    const Endpoint wire = *KSPublishedConnection::lookUpEndpoint(u"test.wire"_s);
     const struct
     {
         const char* what;
@@ -272,9 +257,10 @@ TEST_F(MonitorEndToEndTest, EveryExportedObjectSaysExactlyWhatTheCommittedWireTa
          u"com.kestrom.SwitchboardSubscribing"_s},
         {"hub", SwitchboardNames::busName(SwitchboardNames::perUserServiceName()),
          SwitchboardNames::kSwitchboardPath, u"com.kestrom.StromSwitchboarding_private"_s},
-        {"command", KSPublishedConnection::lookUpEndpoint(u"test.wire"_s)->service(),
-         KSPublishedConnection::lookUpEndpoint(u"test.wire"_s)->path(),
-         u"com.kestrom.CommandMessaging"_s},
+        {"command", wire.service(), wire.path(), u"com.kestrom.CommandMessaging"_s},
+    };
+    const auto interfaceOf = [](const QString& row) {
+        return row.section(u'(', 0, 0).section(u'.', 0, -2);
     };
     for (const auto& object : objects) {
         SCOPED_TRACE(object.what);
@@ -284,14 +270,12 @@ TEST_F(MonitorEndToEndTest, EveryExportedObjectSaysExactlyWhatTheCommittedWireTa
         QSet<QString> interfaces;
         for (const QString& row : exported) {
             EXPECT_TRUE(golden.contains(row)) << "exported, not declared: " << row.toStdString();
-            interfaces.insert(row.section(u'(', 0, 0).section(u'.', 0, -2));
+            interfaces.insert(interfaceOf(row));
         }
-        for (const QString& interface : std::as_const(interfaces)) {
-            for (const QString& row : golden.filter(interface + u'.')) {
-                if (row.section(u'(', 0, 0).section(u'.', 0, -2) == interface) {
-                    EXPECT_TRUE(exported.contains(row))
-                        << "declared, not exported: " << row.toStdString();
-                }
+        for (const QString& row : golden) {
+            if (interfaces.contains(interfaceOf(row))) {
+                EXPECT_TRUE(exported.contains(row))
+                    << "declared, not exported: " << row.toStdString();
             }
         }
     }

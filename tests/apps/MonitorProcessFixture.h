@@ -1,8 +1,10 @@
 #pragma once
 
+#include "foundation/KeyedArchive.h"
 #include "messaging/KSPublishedConnection.h"
 #include "messaging/SwitchboardFixture.h"
 
+#include <QDBusArgument>
 #include <QDBusMessage>
 
 // A command line written as one string; none of these tests' arguments holds a space.
@@ -52,6 +54,34 @@ protected:
     {
         return MessagingThread::instance().connection().call(
             monitorCall(interface, member, arguments), QDBus::Block, 30000);
+    }
+
+    // The first value the monitor answers; the interface is named without "com.kestrom.".
+    static QVariant answer(const QString& interface, const QString& member,
+                           const QVariantList& arguments = {})
+    {
+        return ask(QStringLiteral("com.kestrom.") + interface, member, arguments)
+            .arguments()
+            .value(0);
+    }
+
+    // The listener the monitor gives a verify command of that identifier.
+    static Endpoint listenerFor(const QString& identifier)
+    {
+        const QVariantMap command{{QStringLiteral("name"), QStringLiteral("verify")}};
+        return qdbus_cast<Endpoint>(answer(QStringLiteral("CommandListenerServiceProvider"),
+                                           QStringLiteral("queryListenerForCommandIdentifier"),
+                                           {identifier, KeyedArchive::archivedData(command)}));
+    }
+
+    // A shell script only its owner may change, as the monitor insists.
+    static QString writeScript(const QString& path, const QByteArray& body)
+    {
+        QFile file(path);
+        EXPECT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write("#!/bin/sh\n" + body);
+        file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        return path;
     }
 
     std::unique_ptr<ChildProcess> m_monitor;

@@ -1,5 +1,4 @@
 #include "MonitorProcessFixture.h"
-#include "foundation/KeyedArchive.h"
 #include "references/BookmarkPath.h"
 
 #include <QDBusConnection>
@@ -132,13 +131,9 @@ TEST_F(RequestsEndToEndTest, APasswordComesBackAndReachesNoLog)
 
 TEST_F(RequestsEndToEndTest, ScriptsRunAsTheUserSaysAndOnlyTheirOwnCancelStopsThem)
 {
-    const QString path = m_files.filePath(u"prolog.sh"_s);
-    QFile script(path);
-    ASSERT_TRUE(script.open(QIODevice::WriteOnly));
-    script.write("#!/bin/sh\necho \"hello from $WHO\"\ntouch \"$0.started\"\n"
-                 "while [ ! -e \"$0.go\" ]; do sleep 0.05; done\n");
-    script.close();
-    script.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    const QString path = writeScript(m_files.filePath(u"prolog.sh"_s),
+                                     "echo \"hello from $WHO\"\ntouch \"$0.started\"\n"
+                                     "while [ ! -e \"$0.go\" ]; do sleep 0.05; done\n");
 
     auto running = ctl(words("request script --id s.1 --env WHO=test --path") << path);
     ASSERT_TRUE(QTest::qWaitFor([&] { return QFile::exists(path + u".started"_s); }, 30000));
@@ -156,7 +151,7 @@ TEST_F(RequestsEndToEndTest, ScriptsRunAsTheUserSaysAndOnlyTheirOwnCancelStopsTh
         u"Prolog executed \\[([0-9.]+)\\]\\n.*Details hello from test \\[\\1\\.1\\]"_s);
     EXPECT_TRUE(nested.match(text).hasMatch()) << text.toStdString();
 
-    script.setPermissions(script.permissions() | QFile::WriteOther);
+    QFile::setPermissions(path, QFile::permissions(path) | QFile::WriteOther);
     auto refused = request(words("script --id s.3 --path") << path);
     EXPECT_EQ(refused->exitCode(), 1);
     EXPECT_TRUE(refused->output().contains(u"script success NO"_s));
@@ -168,42 +163,35 @@ TEST_F(RequestsEndToEndTest, PeersOfAnotherUserAreRefused)
     if (geteuid() != 0 || QStandardPaths::findExecutable(u"setpriv"_s).isEmpty()) {
         GTEST_SKIP() << "becoming another user needs the super-user and setpriv";
     }
-    const auto knock = [](const QString& destination, const QString& path, const QString& member) {
-        ChildProcess peer(u"setpriv"_s, words("--reuid=65534 --regid=65534 --clear-groups "
-                                              "dbus-send --session --print-reply")
-                                            << u"--dest="_s + destination << path << member);
-        EXPECT_TRUE(peer.finished(30000));
-        return peer.output();
-    };
-    const QString hub = knock(SwitchboardNames::busName(SwitchboardNames::perUserServiceName()),
-                              u"/com/kestrom/Switchboard"_s,
-                              u"com.kestrom.KSComponentMessaging.barrierWithCompletion"_s);
-    EXPECT_TRUE(hub.contains(u"AccessDenied"_s)) << hub.toStdString();
-    const auto endpoint = monitorEndpoint();
-    const QString monitor =
-        knock(endpoint->service(), endpoint->path(),
-              u"com.kestrom.KSComponentInstalling.queryComponentVersionWithReply"_s);
-    EXPECT_TRUE(monitor.contains(u"AccessDenied"_s)) << monitor.toStdString();
-    EXPECT_FALSE(monitor.contains(u"Monitor-2.2.5.12"_s));
-    // A command's listener object passes the same gate as every other object.
+    // The hub, the monitor, a command's listener and the desktop's activation (which only the
+    // monitor's own second start may use) all pass the same gate.
     auto served = ctl(words("serve test.foreign"));
     ASSERT_TRUE(served->waitForOutput(u"serving"_s));
-    const auto listener = qdbus_cast<Endpoint>(
-        ask(u"com.kestrom.CommandListenerServiceProvider"_s, u"queryListenerForCommandIdentifier"_s,
-            {u"test.foreign"_s, KeyedArchive::archivedData(QVariantMap{{u"name"_s, u"verify"_s}})})
-            .arguments()
-            .value(0));
+    const Endpoint listener = listenerFor(u"test.foreign"_s);
     ASSERT_FALSE(listener.isNone());
-    const QString started = knock(listener.service(), listener.path(),
-                                  u"com.kestrom.CommandListenerMessaging.commandStarted"_s);
-    EXPECT_TRUE(started.contains(u"AccessDenied"_s)) << started.toStdString();
-    // So does the desktop's activation, which only the monitor's own second start may use.
-    ChildProcess activate(u"setpriv"_s, words("--reuid=65534 --regid=65534 --clear-groups gdbus "
-                                              "call --session --dest com.kestrom.monitor "
-                                              "--object-path /com/kestrom/monitor --method "
-                                              "org.freedesktop.Application.Activate {}"));
-    ASSERT_TRUE(activate.finished(30000));
-    EXPECT_TRUE(activate.output().contains(u"AccessDenied"_s)) << activate.output().toStdString();
+    const auto send = [](const QString& destination, const QString& path, const QString& member) {
+        return words("dbus-send --session --print-reply")
+               << u"--dest="_s + destination << path << member;
+    };
+    const auto endpoint = monitorEndpoint();
+    const QStringList calls[] = {
+        send(SwitchboardNames::busName(SwitchboardNames::perUserServiceName()),
+             u"/com/kestrom/Switchboard"_s,
+             u"com.kestrom.KSComponentMessaging.barrierWithCompletion"_s),
+        send(endpoint->service(), endpoint->path(),
+             u"com.kestrom.KSComponentInstalling.queryComponentVersionWithReply"_s),
+        send(listener.service(), listener.path(),
+             u"com.kestrom.CommandListenerMessaging.commandStarted"_s),
+        words("gdbus call --session --dest com.kestrom.monitor --object-path /com/kestrom/monitor "
+              "--method org.freedesktop.Application.Activate {}"),
+    };
+    for (const QStringList& call : calls) {
+        SCOPED_TRACE(call.join(u' ').toStdString());
+        ChildProcess peer(u"setpriv"_s, words("--reuid=65534 --regid=65534 --clear-groups") + call);
+        ASSERT_TRUE(peer.finished(30000));
+        EXPECT_TRUE(peer.output().contains(u"AccessDenied"_s)) << peer.output().toStdString();
+        EXPECT_FALSE(peer.output().contains(u"Monitor-2.2.5.12"_s));
+    }
     EXPECT_EQ(logLinesContaining(u"a peer of uid 65534"_s), 3);
 }
 

@@ -135,20 +135,15 @@ TEST_F(RecentCapturesTest, RebuildKeepsFreshHistoriesAndDeletesStaleOnes)
     EXPECT_EQ(first[u"path"_s], newest);
     EXPECT_EQ(first[u"cpath"_s], QFile::encodeName(newest) + QByteArray(1, '\0'));
 
-    struct Gone
-    {
-        QString name;
-        QString logged;
-    };
-    for (const Gone& gone :
-         {Gone{u"Too old"_s, u"Capture history for archive Too old hasn't been updated recently"_s},
-          Gone{u"Deleted"_s, u"Capture history for archive Deleted appears to have been deleted"_s},
-          Gone{u"Garbled"_s, u"Capture history for archive Garbled couldn't be interpreted"_s}}) {
-        EXPECT_FALSE(QFile::exists(historyFile(gone.name))) << gone.name.toStdString();
-        const auto lines = m_log->linesContaining(gone.logged);
-        ASSERT_EQ(lines.size(), 1) << gone.logged.toStdString();
-        EXPECT_EQ(lines[0].classification, 6);
-        EXPECT_EQ(m_log->linesContaining(u"deleted "_s + historyFile(gone.name)).size(), 1);
+    for (const auto& [name, logged] :
+         {std::pair{u"Too old"_s,
+                    u"Capture history for archive Too old hasn't been updated recently"_s},
+          {u"Deleted"_s, u"Capture history for archive Deleted appears to have been deleted"_s},
+          {u"Garbled"_s, u"Capture history for archive Garbled couldn't be interpreted"_s}}) {
+        SCOPED_TRACE(name.toStdString());
+        EXPECT_FALSE(QFile::exists(historyFile(name)));
+        EXPECT_EQ(m_log->classesOf(logged), QList<int>{6});
+        EXPECT_EQ(m_log->linesContaining(u"deleted "_s + historyFile(name)).size(), 1);
     }
 
     // A file that holds no bookmark is not the monitor's to delete; it is said once a rebuild.
@@ -192,12 +187,7 @@ TEST_F(RecentCapturesTest, ItemsFindTheArchivesThatHoldThem)
     captured(u"Older"_s, 600, {u"Shared/a.txt"_s, u"Docs"_s});
     captured(u"Newer"_s, 60, {u"Shared"_s, u"Music/song.mp3"_s});
     rebuild();
-    struct Row
-    {
-        QStringList items;
-        QStringList archives;
-    };
-    const std::vector<Row> rows{
+    const std::pair<QStringList, QStringList> rows[] = {
         {{u"Docs/letter.txt"_s}, {u"Older"_s}},
         {{u"Music/song.mp3"_s}, {u"Newer"_s}},
         {{u"Music/other.mp3"_s}, {}},
@@ -205,8 +195,8 @@ TEST_F(RecentCapturesTest, ItemsFindTheArchivesThatHoldThem)
         {{u"Docs"_s, u"Music/song.mp3"_s}, {u"Newer"_s, u"Older"_s}},
         {{u"Elsewhere"_s}, {}},
     };
-    for (const Row& row : rows) {
-        EXPECT_EQ(namesFor(row.items), row.archives) << row.items.join(u',').toStdString();
+    for (const auto& [items, archives] : rows) {
+        EXPECT_EQ(namesFor(items), archives) << items.join(u',').toStdString();
     }
 }
 

@@ -65,18 +65,13 @@ TEST_F(RepositoryGradeTest, CaptureIndicatorLightsAndTitles)
 
 TEST_F(RepositoryGradeTest, IntervalsTakeTheMinimumsAndVerifyFollowsCapture)
 {
-    struct Row
-    {
-        double mean;
-        double captureInterval;
-        double verifyInterval;
-    };
     // A 1-hour mean grades against 6 hours; a 3-day mean makes the verify interval 3 days
     // although its own minimum is 1 day.
-    for (const Row& row : {Row{3600, 21600, 86400}, Row{259200, 259200, 259200}}) {
-        const RepositoryGrade graded = grade({{u"meanCaptureInterval"_s, row.mean}});
-        EXPECT_EQ(graded.captureInterval, row.captureInterval) << row.mean;
-        EXPECT_EQ(graded.verifyInterval, row.verifyInterval) << row.mean;
+    for (const auto& [mean, capture, verify] :
+         {std::tuple{3600.0, 21600.0, 86400.0}, {259200.0, 259200.0, 259200.0}}) {
+        const RepositoryGrade graded = grade({{u"meanCaptureInterval"_s, mean}});
+        EXPECT_EQ(graded.captureInterval, capture) << mean;
+        EXPECT_EQ(graded.verifyInterval, verify) << mean;
     }
     // Captured 4 hours ago: within 3 x 6 h, so OK, though it is 4 means of 1 hour.
     const RepositoryGrade recent = grade(
@@ -110,43 +105,37 @@ TEST_F(RepositoryGradeTest, NeedsRepairOverridesEverythingUnlessIgnored)
 TEST_F(RepositoryGradeTest, OnlyTrueNumbersSilenceWarnings)
 {
     const QVariantMap stale{{u"repositoryUUID"_s, u"U-1"_s}};
-    struct Row
-    {
-        QVariant value;
-        bool silenced;
-    };
-    for (const Row& row : {Row{true, true}, Row{qint64(1), true}, Row{0.0, false},
-                           Row{false, false}, Row{u"1"_s, false}}) {
-        m_ignores->setImpermanentValue(row.value, RepositoryGrade::kIgnoreCaptureWarnings,
-                                       u"U-1"_s);
+    for (const auto& [value, silenced] : {std::pair<QVariant, bool>{true, true},
+                                          {qint64(1), true},
+                                          {0.0, false},
+                                          {false, false},
+                                          {u"1"_s, false}}) {
+        m_ignores->setImpermanentValue(value, RepositoryGrade::kIgnoreCaptureWarnings, u"U-1"_s);
         const RepositoryGrade graded = grade(stale);
-        EXPECT_EQ(graded.capture.title == u"Capture warnings silenced"_s, row.silenced)
-            << row.value.toString().toStdString();
-        EXPECT_EQ(graded.capture.criticalLight, !row.silenced);
+        EXPECT_EQ(graded.capture.title == u"Capture warnings silenced"_s, silenced)
+            << value.toString().toStdString();
+        EXPECT_EQ(graded.capture.criticalLight, !silenced);
     }
 }
 
 TEST_F(RepositoryGradeTest, SpaceLightsFollowTheUsedFraction)
 {
-    struct Row
-    {
-        qint64 size;
-        qint64 unused;
-        std::string lights;
-    };
     // used / (free + size), against 0.91 and 0.96; the volume's free space is the stored one
     // because no volume is found at the archive's recorded path.
-    for (const Row& row : {Row{9000, 0, "O--"}, Row{10200, 0, "-W-"}, Row{30000, 0, "--C"},
-                           Row{30000, 20000, "O--"}}) {
+    for (const auto& [size, unused, expected] :
+         {std::tuple<qint64, qint64, std::string>{9000, 0, "O--"},
+          {10200, 0, "-W-"},
+          {30000, 0, "--C"},
+          {30000, 20000, "O--"}}) {
         auto status = RepositoryStatus::statusForRepository(makeArchive(u"S"_s));
         ASSERT_TRUE(status);
         status->setProperty(u"/nowhere/S.stromi"_s, RepositoryStatus::kRepositoryPath);
-        status->setProperty(row.size, RepositoryStatus::kRepositorySize);
-        status->setProperty(row.unused, RepositoryStatus::kRepositoryFree);
+        status->setProperty(size, RepositoryStatus::kRepositorySize);
+        status->setProperty(unused, RepositoryStatus::kRepositoryFree);
         status->setProperty(qint64(1000), RepositoryStatus::kVolumeFree);
         const RepositoryGrade graded =
             RepositoryGrade::gradeStatus(*status, *m_defaults, m_ignores.get());
-        EXPECT_EQ(lights(graded.space), row.lights) << row.size << " " << row.unused;
+        EXPECT_EQ(lights(graded.space), expected) << size << " " << unused;
         EXPECT_TRUE(graded.summary.criticalLight) << "never captured nor verified";
     }
 }

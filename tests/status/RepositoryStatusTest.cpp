@@ -14,16 +14,6 @@ protected:
     {
         return RepositoryStatus::statusFolder() + u"/"_s + uuid + u".plist"_s;
     }
-
-    std::shared_ptr<RepositoryStatus> savedArchive(const QString& name, const QVariantMap& values)
-    {
-        auto status = RepositoryStatus::statusForRepository(makeArchive(name));
-        for (auto it = values.cbegin(); it != values.cend(); ++it) {
-            status->setProperty(it.value(), it.key());
-        }
-        status->save();
-        return status;
-    }
 };
 
 TEST_F(RepositoryStatusTest, SaveWritesBothFilesAndAnnouncesTheChange)
@@ -92,7 +82,7 @@ TEST_F(RepositoryStatusTest, ACopiedArchiveGetsItsOwnIdentity)
 
 TEST_F(RepositoryStatusTest, BadFilesAreLoggedOnceAndTheOthersStillListed)
 {
-    savedArchive(u"Good"_s, {});
+    savedArchive(u"Good"_s);
     const QString corrupt = makeArchive(u"Corrupt"_s);
     writeFile(corrupt + u"/status.plist"_s, "<?xml version=\"1.0\"?><plist><dict><key>repos");
     const QString notDictionary = makeArchive(u"Array"_s);
@@ -153,21 +143,17 @@ TEST_F(RepositoryStatusTest, SizesAndTheVolumeAttributeCache)
 
 TEST_F(RepositoryStatusTest, AccessorNamesAndOrdering)
 {
-    struct Selector
-    {
-        QString selector;
-        std::optional<QString> key;
-        bool setter;
-    };
-    for (const Selector& row :
-         {Selector{u"lastCaptureDate"_s, u"lastCaptureDate"_s, false},
-          Selector{u"setVolumeFree:"_s, u"volumeFree"_s, true},
-          Selector{u"volumeFree:"_s, std::nullopt, false},
-          Selector{u"setA:b:"_s, std::nullopt, false}, Selector{u"set:"_s, std::nullopt, false}}) {
+    const std::tuple<QString, std::optional<QString>, bool> selectors[] = {
+        {u"lastCaptureDate"_s, u"lastCaptureDate"_s, false},
+        {u"setVolumeFree:"_s, u"volumeFree"_s, true},
+        {u"volumeFree:"_s, std::nullopt, false},
+        {u"setA:b:"_s, std::nullopt, false},
+        {u"set:"_s, std::nullopt, false}};
+    for (const auto& [selector, key, isSetter] : selectors) {
+        SCOPED_TRACE(selector.toStdString());
         bool setter = false;
-        EXPECT_EQ(RepositoryStatus::propertyKeyForSelector(row.selector, &setter), row.key)
-            << row.selector.toStdString();
-        EXPECT_EQ(setter, row.setter) << row.selector.toStdString();
+        EXPECT_EQ(RepositoryStatus::propertyKeyForSelector(selector, &setter), key);
+        EXPECT_EQ(setter, isSetter);
     }
 
     auto a2 = RepositoryStatus::statusForRepository(makeArchive(u"archive 2"_s));
@@ -183,34 +169,27 @@ TEST_F(RepositoryStatusTest, AccessorNamesAndOrdering)
 class RepositoryStatusEventsTest : public StatusFixture
 {
 protected:
-    struct Recorded
-    {
-        QList<Posted> posted;
-        QStringList notified;
-        QStringList withdrawn;
-    };
-
     RepositoryStatusEvents::Channels channels()
     {
         return {[this](const QString& name, const QString& source, const QVariantMap& info) {
-                    m_events.posted.append({name, source, info});
+                    m_announced.append({name, source, info});
                 },
                 [this](int type, const QString& title, const QString& details, const QString& id) {
-                    m_events.notified.append(u"%1|%2|%3|%4"_s.arg(type).arg(title, details, id));
+                    m_notified.append(u"%1|%2|%3|%4"_s.arg(type).arg(title, details, id));
                 },
                 [this](const QString& id) {
-                    m_events.withdrawn.append(id);
+                    m_withdrawn.append(id);
                 }};
     }
 
-    Recorded m_events;
+    QList<Posted> m_announced;
+    QStringList m_notified;
+    QStringList m_withdrawn;
 };
 
 TEST_F(RepositoryStatusEventsTest, ARepairEventFiresOnceEvenAcrossRestarts)
 {
-    auto status = RepositoryStatus::statusForRepository(makeArchive(u"Mail"_s));
-    status->setProperty(true, RepositoryStatus::kNeedsRepair);
-    status->save();
+    auto status = savedArchive(u"Mail"_s, {{u"needsRepair"_s, true}});
     const QString uuid = status->repositoryUUID();
     {
         RepositoryStatusEvents events(*m_defaults, channels());
@@ -219,14 +198,14 @@ TEST_F(RepositoryStatusEventsTest, ARepairEventFiresOnceEvenAcrossRestarts)
         EXPECT_TRUE(
             events.didChangeStatusForRepository(uuid, status->mirrorStatusPath()).isEmpty());
     }
-    ASSERT_EQ(m_events.posted.size(), 1);
-    EXPECT_EQ(m_events.posted[0].name, u"RepositoryStatusChanged"_s);
-    EXPECT_EQ(m_events.posted[0].source, u"com.kestrom.monitor"_s);
-    EXPECT_EQ(m_events.posted[0].info, (QVariantMap{{u"status"_s, u"repair"_s},
-                                                    {u"event.value"_s, true},
-                                                    {u"rep.path"_s, at(u"Mail.stromi"_s)},
-                                                    {u"rep.id"_s, uuid}}));
-    EXPECT_EQ(m_events.notified, QStringList{u"3|Archive Needs Repair|Mail|"_s + uuid});
+    ASSERT_EQ(m_announced.size(), 1);
+    EXPECT_EQ(m_announced[0].name, u"RepositoryStatusChanged"_s);
+    EXPECT_EQ(m_announced[0].source, u"com.kestrom.monitor"_s);
+    EXPECT_EQ(m_announced[0].info, (QVariantMap{{u"status"_s, u"repair"_s},
+                                                {u"event.value"_s, true},
+                                                {u"rep.path"_s, at(u"Mail.stromi"_s)},
+                                                {u"rep.id"_s, uuid}}));
+    EXPECT_EQ(m_notified, QStringList{u"3|Archive Needs Repair|Mail|"_s + uuid});
 
     // A restarted monitor reads what it already acted on from its defaults.
     m_preferences->synchronize();
@@ -241,18 +220,15 @@ TEST_F(RepositoryStatusEventsTest, ARepairEventFiresOnceEvenAcrossRestarts)
     status->save();
     EXPECT_EQ(restarted.didChangeStatusForRepository(uuid, status->mirrorStatusPath()),
               QStringList{u"repair"_s});
-    EXPECT_EQ(m_events.withdrawn, QStringList{uuid});
-    EXPECT_EQ(m_events.notified.size(), 1);
+    EXPECT_EQ(m_withdrawn, QStringList{uuid});
+    EXPECT_EQ(m_notified.size(), 1);
     EXPECT_TRUE(restarted.didChangeStatusForRepository(uuid, at(u"missing.plist"_s)).isEmpty());
 }
 
 TEST_F(RepositoryStatusEventsTest, AtTheStartWhatChangedUnwatchedFiresAndGoneArchivesAreForgotten)
 {
-    auto broken = RepositoryStatus::statusForRepository(makeArchive(u"Broken"_s));
-    broken->setProperty(true, RepositoryStatus::kNeedsRepair);
-    broken->save();
-    auto fine = RepositoryStatus::statusForRepository(makeArchive(u"Fine"_s));
-    fine->save();
+    auto broken = savedArchive(u"Broken"_s, {{u"needsRepair"_s, true}});
+    auto fine = savedArchive(u"Fine"_s);
     RepositoryStatusEvents events(*m_defaults, channels());
     // Known from an earlier run: the fine archive as it is, and one whose status is gone.
     m_defaults->setObject(QVariantMap{{fine->repositoryUUID(), fine->eventState()},
@@ -260,7 +236,7 @@ TEST_F(RepositoryStatusEventsTest, AtTheStartWhatChangedUnwatchedFiresAndGoneArc
                           MonitorDefaults::kMonitorRepositoryEventStates);
 
     EXPECT_EQ(events.catchUpWithKnownStatuses(), QStringList{broken->repositoryUUID()});
-    EXPECT_EQ(m_events.notified,
+    EXPECT_EQ(m_notified,
               QStringList{u"3|Archive Needs Repair|Broken|"_s + broken->repositoryUUID()});
     QStringList kept{broken->repositoryUUID(), fine->repositoryUUID()};
     kept.sort();
@@ -270,7 +246,7 @@ TEST_F(RepositoryStatusEventsTest, AtTheStartWhatChangedUnwatchedFiresAndGoneArc
     EXPECT_TRUE(
         events.didChangeStatusForRepository(broken->repositoryUUID(), broken->mirrorStatusPath())
             .isEmpty());
-    EXPECT_EQ(m_events.notified.size(), 1);
+    EXPECT_EQ(m_notified.size(), 1);
 }
 
 } // namespace

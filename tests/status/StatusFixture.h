@@ -70,6 +70,19 @@ protected:
         return path;
     }
 
+    // A saved status of a new archive, with those properties set.
+    std::shared_ptr<RepositoryStatus> savedArchive(const QString& name,
+                                                   const QVariantMap& properties = {})
+    {
+        auto status = RepositoryStatus::statusForRepository(makeArchive(name));
+        EXPECT_TRUE(status);
+        for (auto it = properties.cbegin(); it != properties.cend(); ++it) {
+            status->setProperty(it.value(), it.key());
+        }
+        status->save();
+        return status;
+    }
+
     static void writeFile(const QString& path, const QByteArray& data)
     {
         QFile file(path);
