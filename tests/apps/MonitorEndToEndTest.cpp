@@ -70,19 +70,17 @@ TEST_F(MonitorEndToEndTest, ListenersCommandNamesAndTheVersionAreAnsweredToPeers
               u"Monitor-2.2.5.12"_s);
 }
 
-TEST_F(MonitorEndToEndTest, ACommandKilledWithoutAStopIsLost)
+// A command ends without a stop of its own: killed, it is lost; asked to stop, it stops.
+TEST_F(MonitorEndToEndTest, ACommandKilledWithoutAStopIsLostAndAStopRequestStopsOne)
 {
-    auto command = ctl(words("command compact --id test.compact.1 --interval-ms 20 --die-after 2"));
-    ASSERT_TRUE(command->finished(60000));
+    auto killed = ctl(words("command compact --id test.compact.1 --interval-ms 20 --die-after 2"));
+    ASSERT_TRUE(killed->finished(60000));
     EXPECT_TRUE(QTest::qWaitFor(
         [] { return logLinesContaining(u"lost connection with command"_s) >= 1; }, 60000))
         << m_monitor->output().toStdString();
     EXPECT_TRUE(
         QTest::qWaitFor([] { return logLinesContaining(u"removed listener"_s) == 1; }, 60000));
-}
 
-TEST_F(MonitorEndToEndTest, AStopRequestStopsTheCommand)
-{
     auto command = ctl(words("command verify --id test.hang.1 --scenario hang --interval-ms 50"));
     ASSERT_TRUE(command->waitForOutput(u"started"_s));
     // The test plays a second monitor-side manager for the same command.

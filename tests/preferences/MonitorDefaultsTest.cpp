@@ -7,7 +7,6 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 #include <memory>
-#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -41,27 +40,21 @@ protected:
 TEST_F(MonitorDefaultsTest, ThirteenKeysAreRegisteredWithTheirKinds)
 {
     // Each key with its registered value; the value's own type is its property-list kind.
-    const std::pair<const char*, QVariant> expected[] = {
-        {"KSShowMonitorOnStart", true},
-        {"KSHideMonitorWhenComplete", true},
-        {"KSMonitorSpacesJoinAll", true},
-        {"KSShowStatusIndicatorInStatusMenu", true},
-        {"KSShowActivityOnActivate", true},
-        {"KSStatusMinimunCaptureInterval", 21600.0},
-        {"KSStatusMinimunVerifyInterval", 86400.0},
-        {"KSStatusCaptureWarningIntervals", qint64(3)},
-        {"KSStatusCaptureTruantIntervals", qint64(7)},
-        {"KSStatusVerifyWarningIntervals", qint64(8)},
-        {"KSStatusVerifyTruantIntervals", qint64(16)},
-        {"KSStatusFreeWarning", 0.91},
-        {"KSStatusFreeCritical", 0.96}};
-    const QVariantMap& registered = MonitorDefaults::registeredDefaults();
-    EXPECT_EQ(registered.size(), 13);
-    for (const auto& [key, value] : expected) {
-        const QVariant registeredValue = registered.value(QString::fromLatin1(key));
-        EXPECT_EQ(PropertyList::kindOf(registeredValue), PropertyList::kindOf(value)) << key;
-        EXPECT_TRUE(PropertyList::isEqual(registeredValue, value)) << key;
-    }
+    const QVariantMap expected{{u"KSShowMonitorOnStart"_s, true},
+                               {u"KSHideMonitorWhenComplete"_s, true},
+                               {u"KSMonitorSpacesJoinAll"_s, true},
+                               {u"KSShowStatusIndicatorInStatusMenu"_s, true},
+                               {u"KSShowActivityOnActivate"_s, true},
+                               {u"KSStatusMinimunCaptureInterval"_s, 21600.0},
+                               {u"KSStatusMinimunVerifyInterval"_s, 86400.0},
+                               {u"KSStatusCaptureWarningIntervals"_s, qint64(3)},
+                               {u"KSStatusCaptureTruantIntervals"_s, qint64(7)},
+                               {u"KSStatusVerifyWarningIntervals"_s, qint64(8)},
+                               {u"KSStatusVerifyTruantIntervals"_s, qint64(16)},
+                               {u"KSStatusFreeWarning"_s, 0.91},
+                               {u"KSStatusFreeCritical"_s, 0.96}};
+    EXPECT_EQ(MonitorDefaults::registeredDefaults().size(), 13);
+    EXPECT_TRUE(PropertyList::isEqual(MonitorDefaults::registeredDefaults(), expected));
 }
 
 TEST_F(MonitorDefaultsTest, UnsetKeysReadAsRegisteredAndAreNeverWrittenHelperKeysTheirOwn)
@@ -73,7 +66,7 @@ TEST_F(MonitorDefaultsTest, UnsetKeysReadAsRegisteredAndAreNeverWrittenHelperKey
     EXPECT_EQ(defaults.fadedWindowOpacity(), 0.0);
     EXPECT_FALSE(defaults.objectForKey(MonitorDefaults::kImpermanent).isValid());
     launch.preferences.synchronize();
-    EXPECT_EQ(monitorFile().keys(), QStringList{MonitorDefaults::kLocalNotifications});
+    EXPECT_EQ(monitorFile().keys(), QStringList{u"KSLocalNotifications"_s});
 
     // A stored value wins, one that does not convert reads as registered, removal restores.
     ASSERT_TRUE(defaults.setBool(false, MonitorDefaults::kShowMonitorOnStart));
@@ -87,9 +80,9 @@ TEST_F(MonitorDefaultsTest, UnsetKeysReadAsRegisteredAndAreNeverWrittenHelperKey
     ASSERT_TRUE(defaults.removeObjectForKey(MonitorDefaults::kShowMonitorOnStart));
     EXPECT_TRUE(defaults.showMonitorOnStart());
     launch.preferences.synchronize();
-    EXPECT_FALSE(monitorFile().contains(MonitorDefaults::kShowMonitorOnStart));
-    EXPECT_TRUE(PropertyList::isEqual(
-        monitorFile().value(MonitorDefaults::kStatusCaptureWarningIntervals), qint64(5)));
+    EXPECT_FALSE(monitorFile().contains(u"KSShowMonitorOnStart"_s));
+    EXPECT_TRUE(PropertyList::isEqual(monitorFile().value(u"KSStatusCaptureWarningIntervals"_s),
+                                      qint64(5)));
 
     // Helper and client keys read their own domains; only the monitor's holds its defaults.
     EXPECT_EQ(defaults.osaScriptExtensions(), u"scpt"_s);
@@ -117,8 +110,8 @@ TEST_F(MonitorDefaultsTest, WrittenOnceAndTheUsersChoiceIsNotResetAtTheNextStart
         EXPECT_TRUE(PropertyList::isEqual(first.defaults.localNotifications(), expected));
         EXPECT_EQ(first.timer.count(), 1);
         first.timer.runPending();
-        EXPECT_TRUE(PropertyList::isEqual(monitorFile().value(MonitorDefaults::kLocalNotifications),
-                                          expected));
+        EXPECT_TRUE(
+            PropertyList::isEqual(monitorFile().value(u"KSLocalNotifications"_s), expected));
     }
     for (const QVariantMap& choice : {QVariantMap{{u"ActionIncomplete"_s, false}}, QVariantMap()}) {
         {

@@ -107,29 +107,20 @@ TEST_F(WTUserPreferencesTest, TypedReadsConvertClampOrFallBackToTheDefault)
     EXPECT_EQ(m_preferences.integerForKey(u"absent"_s, kMonitor), 0);
     EXPECT_EQ(m_preferences.doubleForKey(u"real"_s, kMonitor, 2.5), 7.75);
 
-    const struct
-    {
-        const char* key;
-        qint64 fallback, minimum, maximum, expected;
-    } integers[] = {{"real", 0, 0, 100, 7},    {"absent", 0, -9, 9, 0}, {"data", 9, 0, 99, 9},
-                    {"high", 3, 1, 10, 10},    {"low", 3, 1, 10, 1},    {"real", 3, 1, 10, 7},
-                    {"absent", 99, 1, 10, 10}, {"text", -4, 1, 10, 1}};
-    for (const auto& row : integers) {
-        EXPECT_EQ(m_preferences.integerForKey(QString::fromLatin1(row.key), kMonitor, row.fallback,
-                                              row.minimum, row.maximum),
-                  row.expected)
-            << row.key << " " << row.fallback;
+    // Key, fallback, minimum, maximum and what the read gives.
+    const std::tuple<QString, qint64, qint64, qint64, qint64> integers[] = {
+        {u"real"_s, 0, 0, 100, 7},    {u"absent"_s, 0, -9, 9, 0}, {u"data"_s, 9, 0, 99, 9},
+        {u"high"_s, 3, 1, 10, 10},    {u"low"_s, 3, 1, 10, 1},    {u"real"_s, 3, 1, 10, 7},
+        {u"absent"_s, 99, 1, 10, 10}, {u"text"_s, -4, 1, 10, 1}};
+    for (const auto& [key, fallback, minimum, maximum, expected] : integers) {
+        EXPECT_EQ(m_preferences.integerForKey(key, kMonitor, fallback, minimum, maximum), expected)
+            << key.toStdString() << " " << fallback;
     }
-    const struct
-    {
-        const char* key;
-        double fallback, minimum, maximum, expected;
-    } doubles[] = {{"real", 0, 0, 100, 7.75}, {"text", 2.5, 0, 9, 2.5},   {"high", 0.5, 0, 1, 1},
-                   {"low", 0.5, 0, 1, 0},     {"absent", 0.5, 0, 1, 0.5}, {"absent", 7, 0, 1, 1}};
-    for (const auto& row : doubles) {
-        EXPECT_EQ(m_preferences.doubleForKey(QString::fromLatin1(row.key), kMonitor, row.fallback,
-                                             row.minimum, row.maximum),
-                  row.expected)
-            << row.key << " " << row.fallback;
+    const std::tuple<QString, double, double, double, double> doubles[] = {
+        {u"real"_s, 0, 0, 100, 7.75}, {u"text"_s, 2.5, 0, 9, 2.5},   {u"high"_s, 0.5, 0, 1, 1},
+        {u"low"_s, 0.5, 0, 1, 0},     {u"absent"_s, 0.5, 0, 1, 0.5}, {u"absent"_s, 7, 0, 1, 1}};
+    for (const auto& [key, fallback, minimum, maximum, expected] : doubles) {
+        EXPECT_EQ(m_preferences.doubleForKey(key, kMonitor, fallback, minimum, maximum), expected)
+            << key.toStdString() << " " << fallback;
     }
 }

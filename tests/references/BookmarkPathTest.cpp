@@ -42,41 +42,34 @@ TEST_F(BookmarkPathTest, RecordsTheArchiveAndItsVolumeAndSurvivesItsData)
 
 TEST_F(BookmarkPathTest, ResolvingFindsTheArchiveWhereverItWentOnItsVolume)
 {
-    struct Case
-    {
-        const char* movedTo; // empty: deleted
-        VolumeSearch::Limits limits;
-        bool found;
+    // Where the archive went, the limits of the walk, whether it is found.
+    const std::tuple<QString, VolumeSearch::Limits, bool> cases[] = {
+        {u"Disk/Backups/Home.stromi"_s, {}, true},                    // left where it was
+        {u"Disk/Backups/Renamed.stromi"_s, {}, true},                 // renamed in place
+        {u"Disk/Old/Deeper/Still/Home.stromi"_s, {}, true},           // moved away
+        {u"Disk/Old/Deeper/Still/Home.stromi"_s, {3, 100000}, false}, // beyond the depth walked
+        {u"Disk/Old/Deeper/Still/Home.stromi"_s, {8, 3}, false},      // beyond the entries read
+        {QString(), {}, false},                                       // deleted
     };
-    const Case cases[] = {
-        {"Disk/Backups/Home.stromi", {}, true},                    // left where it was
-        {"Disk/Backups/Renamed.stromi", {}, true},                 // renamed in place
-        {"Disk/Old/Deeper/Still/Home.stromi", {}, true},           // moved away
-        {"Disk/Old/Deeper/Still/Home.stromi", {3, 100000}, false}, // beyond the depth walked
-        {"Disk/Old/Deeper/Still/Home.stromi", {8, 3}, false},      // beyond the entries read
-        {"", {}, false},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.movedTo);
+    for (const auto& [movedTo, limits, found] : cases) {
+        SCOPED_TRACE(movedTo.toStdString());
         QDir(at(u"Disk"_s)).removeRecursively();
         const QString archive = makeFolder(u"Disk/Backups/Home.stromi"_s);
         makeFolder(u"Disk/Other/Folder"_s);
         const auto bookmark = BookmarkPath::fromBookmarkData(
             BookmarkPath::fromUrl(QUrl::fromLocalFile(archive))->bookmarkData());
-        const QString movedTo = QString::fromLatin1(c.movedTo);
         if (movedTo.isEmpty()) {
             QDir(archive).removeRecursively();
         } else if (movedTo != u"Disk/Backups/Home.stromi"_s) {
             ASSERT_TRUE(move(u"Disk/Backups/Home.stromi"_s, movedTo));
         }
-        VolumeSearch::setDefaultLimits(c.limits);
+        VolumeSearch::setDefaultLimits(limits);
 
-        const QUrl resolved = bookmark->resolveQuietly();
-        EXPECT_EQ(resolved, c.found ? QUrl::fromLocalFile(at(movedTo)) : QUrl());
-        EXPECT_EQ(bookmark->isResolved(), c.found);
-        EXPECT_EQ(bookmark->isRefreshed(), c.found);
+        EXPECT_EQ(bookmark->resolveQuietly(), found ? QUrl::fromLocalFile(at(movedTo)) : QUrl());
+        EXPECT_EQ(bookmark->isResolved(), found);
+        EXPECT_EQ(bookmark->isRefreshed(), found);
         // Refreshed: the bookmark now records where the archive is; else where it was.
-        EXPECT_EQ(bookmark->path(), c.found ? at(movedTo) : archive);
+        EXPECT_EQ(bookmark->path(), found ? at(movedTo) : archive);
     }
 }
 
@@ -115,10 +108,10 @@ TEST_F(BookmarkPathTest, NoBookmarkIsMadeOfWhatIsNotThereAndTheErrorSaysWhy)
 {
     Error missing;
     EXPECT_FALSE(BookmarkPath::fromUrl(QUrl::fromLocalFile(at(u"nothing"_s)), {}, &missing));
-    EXPECT_EQ(missing.domain(), Error::kPOSIXDomain);
+    EXPECT_EQ(missing.domain(), u"POSIX"_s);
     EXPECT_EQ(missing.code(), ENOENT);
 
     Error notAFile;
     EXPECT_FALSE(BookmarkPath::fromUrl(QUrl(u"https://example.org/a.stromi"_s), {}, &notAFile));
-    EXPECT_EQ(notAFile.domain(), Error::kURLDomain);
+    EXPECT_EQ(notAFile.domain(), u"URL"_s);
 }

@@ -25,20 +25,13 @@ TEST_F(RepositoryReferenceTest, APathReferenceIsValidOnlyForAnArchiveFolderAndNa
     makeFolder(u"Disk/Home.backup"_s);
     QFile file(at(u"Disk/File.stromi"_s));
     ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    const struct
-    {
-        const char* path;
-        bool reachable;
-        bool valid;
-    } cases[] = {{"Disk/Home.stromi", true, true},
-                 {"Disk/File.stromi", true, false},
-                 {"Disk/Home.backup", true, false},
-                 {"Disk/Missing.stromi", false, false}};
-    for (const auto& c : cases) {
-        const auto reference =
-            RepositoryPathReference::referenceToPath(at(QString::fromLatin1(c.path)));
-        EXPECT_EQ(reference->isReachable(), c.reachable) << c.path;
-        EXPECT_EQ(reference->isValid(), c.valid) << c.path;
+    for (const auto& [path, reachable, valid] : {std::tuple{u"Disk/Home.stromi"_s, true, true},
+                                                 {u"Disk/File.stromi"_s, true, false},
+                                                 {u"Disk/Home.backup"_s, true, false},
+                                                 {u"Disk/Missing.stromi"_s, false, false}}) {
+        const auto reference = RepositoryPathReference::referenceToPath(at(path));
+        EXPECT_EQ(reference->isReachable(), reachable) << path.toStdString();
+        EXPECT_EQ(reference->isValid(), valid) << path.toStdString();
     }
 
     // Named from its path whether or not it is there; the volume only once it is.

@@ -23,17 +23,18 @@ VolumeCatalog::Mount made(int id, const QString& point)
     return mount;
 }
 
-bool run(const QString& program, const QStringList& arguments, QString* output = nullptr)
+// Whether the program ran to a zero status; what it printed says why not.
+::testing::AssertionResult run(const QString& program, const QStringList& arguments)
 {
     QProcess process;
     process.setProcessChannelMode(QProcess::MergedChannels);
     process.start(program, arguments);
-    const bool ok = process.waitForFinished(120000) &&
-                    process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
-    if (output) {
-        *output = QString::fromLocal8Bit(process.readAll());
+    if (process.waitForFinished(120000) && process.exitStatus() == QProcess::NormalExit &&
+        process.exitCode() == 0) {
+        return ::testing::AssertionSuccess();
     }
-    return ok;
+    return ::testing::AssertionFailure() << program.toStdString() << ": "
+                                         << QString::fromLocal8Bit(process.readAll()).toStdString();
 }
 } // namespace
 
@@ -104,14 +105,14 @@ TEST(SystemVolumeCatalogTest, BookmarksResolveOnBtrfsExt4TmpfsAndOverlay)
          {u"btrfs"_s, u"ext4"_s, u"tmpfs"_s, u"overlay"_s, u"lower"_s, u"upper"_s, u"work"_s}) {
         ASSERT_TRUE(QDir(root).mkpath(folder));
     }
-    QString output;
     const auto image = [&](const QString& name, const QString& size, const QString& mkfs,
                            const QStringList& options) {
         const QString file = path(name + u".img"_s);
-        ASSERT_TRUE(run(u"truncate"_s, {u"-s"_s, size, file}, &output)) << output.toStdString();
-        ASSERT_TRUE(run(mkfs, options + QStringList{file}, &output)) << output.toStdString();
-        if (!run(u"mount"_s, {u"-o"_s, u"loop"_s, file, path(name)}, &output)) {
-            GTEST_SKIP() << "cannot mount a loop image here: " << output.toStdString();
+        ASSERT_TRUE(run(u"truncate"_s, {u"-s"_s, size, file}));
+        ASSERT_TRUE(run(mkfs, options + QStringList{file}));
+        if (const auto mounted = run(u"mount"_s, {u"-o"_s, u"loop"_s, file, path(name)});
+            !mounted) {
+            GTEST_SKIP() << "cannot mount a loop image here: " << mounted.message();
         }
     };
     image(u"btrfs"_s, u"128M"_s, u"mkfs.btrfs"_s, {u"-q"_s, u"-f"_s});
@@ -119,17 +120,12 @@ TEST(SystemVolumeCatalogTest, BookmarksResolveOnBtrfsExt4TmpfsAndOverlay)
         return;
     }
     image(u"ext4"_s, u"16M"_s, u"mkfs.ext4"_s, {u"-q"_s, u"-F"_s});
-    ASSERT_TRUE(run(u"mount"_s, {u"-t"_s, u"tmpfs"_s, u"tmpfs"_s, path(u"tmpfs"_s)}, &output))
-        << output.toStdString();
-    ASSERT_TRUE(run(u"mount"_s,
-                    {u"-t"_s, u"overlay"_s, u"overlay"_s, u"-o"_s,
-                     u"lowerdir=%1,upperdir=%2,workdir=%3"_s.arg(path(u"lower"_s), path(u"upper"_s),
-                                                                 path(u"work"_s)),
-                     path(u"overlay"_s)},
-                    &output))
-        << output.toStdString();
-    ASSERT_TRUE(run(u"btrfs"_s, {u"subvolume"_s, u"create"_s, path(u"btrfs/Nested"_s)}, &output))
-        << output.toStdString();
+    ASSERT_TRUE(run(u"mount"_s, {u"-t"_s, u"tmpfs"_s, u"tmpfs"_s, path(u"tmpfs"_s)}));
+    ASSERT_TRUE(run(u"mount"_s, {u"-t"_s, u"overlay"_s, u"overlay"_s, u"-o"_s,
+                                 u"lowerdir=%1,upperdir=%2,workdir=%3"_s.arg(
+                                     path(u"lower"_s), path(u"upper"_s), path(u"work"_s)),
+                                 path(u"overlay"_s)}));
+    ASSERT_TRUE(run(u"btrfs"_s, {u"subvolume"_s, u"create"_s, path(u"btrfs/Nested"_s)}));
 
     const SystemVolumeCatalog catalog;
     for (const QString& volume : {u"btrfs"_s, u"ext4"_s, u"tmpfs"_s, u"overlay"_s}) {

@@ -93,10 +93,8 @@ protected:
     static QVariantMap readPlist(const QString& path)
     {
         QFile file(path);
-        if (!file.open(QIODevice::ReadOnly)) {
-            return {};
-        }
-        return PropertyList::fromData(file.readAll()).value.toMap();
+        return file.open(QIODevice::ReadOnly) ? PropertyList::fromData(file.readAll()).value.toMap()
+                                              : QVariantMap();
     }
 
     // Noon, that many calendar days before today.
