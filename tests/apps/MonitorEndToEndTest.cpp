@@ -158,11 +158,7 @@ TEST_F(MonitorEndToEndTest, APreferenceThatCannotBeSetAnswersNoAndLaterOnesStill
         return reply.arguments().value(0).toBool();
     };
     const QVariantMap dictionary{{u"a"_s, 1}};
-    const struct
-    {
-        QVariant value;
-        QString key;
-    } refused[] = {
+    const std::pair<QVariant, QString> refused[] = {
         {dictionary, u"KSShowStatusMenu"_s},
         {QVariant(), u"KSShowMonitorOnStart"_s},
         {QVariant::fromValue(qint64(5000000000)), u"KSMonitorRegularAppMode"_s},
