@@ -308,9 +308,24 @@ TEST(WindowPlacementTest, AWindowComesBackWhereItWasLeftWhileAScreenHoldsThatPla
     }
     {
         QWidget window;
-        const auto* placement = new WindowPlacement(&window, path);
+        window.resize(150, 100);
+        auto* placement = new WindowPlacement(&window, path);
         EXPECT_EQ(placement->savedPosition(), left);
         EXPECT_EQ(window.pos(), left);
+        EXPECT_EQ(window.width(), 200) << "the width the user left";
+
+        // Moved and widened while shown: kept without a hide, so that a quit by a signal or a
+        // log-out that never hides the window finds the place kept.
+        window.show();
+        window.move(left + QPoint(10, 20));
+        window.resize(260, 100);
+        ASSERT_TRUE(QTest::qWaitFor(
+            [&] {
+                placement->waitForWrites();
+                const auto kept = placement->saved();
+                return kept && kept->position == left + QPoint(10, 20) && kept->width == 260;
+            },
+            10000));
     }
 
     // A place no screen holds any more, and a file that holds no place, are not applied.
