@@ -119,6 +119,10 @@ TEST_F(ActivityWindowTest, GoodEndRetiresThePaneAfterItsTimer)
 
 TEST_F(ActivityWindowTest, FailureWithAnAlertStaysAndKeepsTheWindowFromDimming)
 {
+    // Minimized by the user while the command ran: the failure brings the window back.
+    m_window.window()->show();
+    m_window.window()->setWindowState(Qt::WindowMinimized);
+    ASSERT_TRUE(m_window.window()->isMinimized());
     const auto manager = start(u"verify"_s);
     auto failure = std::make_shared<KSException>(
         KSException::exceptionWithName(u"Data"_s, u"index damaged"_s));
@@ -126,6 +130,7 @@ TEST_F(ActivityWindowTest, FailureWithAnAlertStaysAndKeepsTheWindowFromDimming)
     stop(manager, failure);
     CommandUmbrellaViewController* pane = paneOf(manager);
     ASSERT_TRUE(pane->showingAlert());
+    EXPECT_FALSE(m_window.window()->isMinimized());
     EXPECT_EQ(pane->selfRetirementTimer(), nullptr);
     EXPECT_EQ(m_window.orderedViewControllers(), (QList<CommandUmbrellaViewController*>{pane}));
     EXPECT_EQ(m_window.dimEventThreshold(), FadingWindowController::kNeverDim);
