@@ -8,10 +8,8 @@ NextActionDateFormatter::NextActionDateFormatter(Clock clock)
 
 QString NextActionDateFormatter::stringForObjectValue(const QVariant& value) const
 {
-    if (value.typeId() == QMetaType::QDateTime) {
-        return stringFromDate(value.toDateTime());
-    }
-    return value.isValid() && value.typeId() != QMetaType::Nullptr ? value.toString() : QString();
+    // A date formatter has no text for what is not a date.
+    return value.typeId() == QMetaType::QDateTime ? stringFromDate(value.toDateTime()) : QString();
 }
 
 bool NextActionDateFormatter::usesLongFormat(const QDateTime& date) const

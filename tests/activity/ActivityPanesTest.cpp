@@ -307,7 +307,11 @@ TEST(NextActionDateFormatterTest, LongFormOnlyBeyondTwentyThreeHours)
     const NextActionDateFormatter formatter([now] { return now; });
     EXPECT_FALSE(formatter.usesLongFormat(now.addSecs(82800)));
     EXPECT_TRUE(formatter.usesLongFormat(now.addSecs(82801)));
-    EXPECT_EQ(formatter.stringForObjectValue(QVariant()), QString());
+    for (const QVariant& notADate :
+         {QVariant(), QVariant(u"tomorrow"_s), QVariant(86400), QVariant::fromValue(nullptr)}) {
+        EXPECT_EQ(formatter.stringForObjectValue(notADate), QString()) << notADate.typeName();
+    }
+    EXPECT_FALSE(formatter.stringForObjectValue(now.addSecs(300)).isEmpty());
 }
 
 TEST(LogViewerWindowTest, OpensAtTheLineWithItsNestedLinesAndFollowsTheFile)
