@@ -12,11 +12,20 @@ QRect screenArea(const QWidget* window)
     const QScreen* screen = window->screen();
     return screen != nullptr ? screen->availableGeometry() : QRect(0, 0, 1024, 768);
 }
+
+QMargins reportedFrameMargins(const QWidget* window)
+{
+    const QRect outer = window->frameGeometry();
+    const QRect inner = window->geometry();
+    return {inner.left() - outer.left(), inner.top() - outer.top(), outer.right() - inner.right(),
+            outer.bottom() - inner.bottom()};
+}
 } // namespace
 
 WTAutoResizingWindowController::WTAutoResizingWindowController(QObject* parent)
     : QObject(parent)
     , m_availableArea(screenArea)
+    , m_frameMargins(reportedFrameMargins)
 {}
 
 WTAutoResizingWindowController::~WTAutoResizingWindowController() = default;
@@ -24,6 +33,11 @@ WTAutoResizingWindowController::~WTAutoResizingWindowController() = default;
 void WTAutoResizingWindowController::setAvailableArea(AvailableArea area)
 {
     m_availableArea = area ? std::move(area) : AvailableArea(screenArea);
+}
+
+void WTAutoResizingWindowController::setFrameMargins(FrameMargins margins)
+{
+    m_frameMargins = margins ? std::move(margins) : FrameMargins(reportedFrameMargins);
 }
 
 void WTAutoResizingWindowController::setWindow(QWidget* window, QScrollArea* scrollView)
@@ -110,12 +124,14 @@ void WTAutoResizingWindowController::checkSize()
     }
     QRect frame = m_window->geometry();
     frame.setHeight(frame.height() + growth); // the top edge stays
-    const QRect area = m_availableArea(m_window);
+    // The frame with its title bar stays on screen, not just the inside: a title bar above
+    // the screen could not be grabbed any more.
+    const QRect area = m_availableArea(m_window).marginsRemoved(m_frameMargins(m_window));
     if (frame.bottom() > area.bottom()) {
         frame.moveBottom(area.bottom());
         if (frame.top() < area.top()) {
             frame.setTop(area.top());
-            frame.setHeight(area.height());
+            frame.setBottom(area.bottom());
             m_windowSizeSticky = false;
         }
     }

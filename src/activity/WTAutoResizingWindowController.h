@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QMargins>
 #include <QObject>
 #include <QPointer>
 #include <QRect>
@@ -18,6 +19,9 @@ class WTAutoResizingWindowController : public QObject
 public:
     // The screen area a window may cover; defaults to the window's screen.
     using AvailableArea = std::function<QRect(const QWidget* window)>;
+    // The window manager's frame around the window (title bar, borders); defaults to what the
+    // window reports.
+    using FrameMargins = std::function<QMargins(const QWidget* window)>;
 
     explicit WTAutoResizingWindowController(QObject* parent = nullptr);
     ~WTAutoResizingWindowController() override;
@@ -28,6 +32,7 @@ public:
     QScrollArea* contentScrollView() const { return m_scrollView; }
     bool windowSizeSticky() const { return m_windowSizeSticky; }
     void setAvailableArea(AvailableArea area);
+    void setFrameMargins(FrameMargins margins);
 
     void documentSizeChanged();
     void windowDidEndLiveResize();
@@ -43,6 +48,7 @@ private:
     QPointer<QWidget> m_window;
     QPointer<QScrollArea> m_scrollView;
     AvailableArea m_availableArea;
+    FrameMargins m_frameMargins;
     bool m_windowSizeSticky = true;
     QRect m_frameSet;
     bool m_shownSettled = false;

@@ -291,9 +291,27 @@ TEST(AutoResizingWindowTest, GrowsDownToTheAvailableAreaAndNeverShrinks)
     content->setFixedHeight(120);
     QTest::qWait(50);
     EXPECT_EQ(window.height(), 250);
-    content->setFixedHeight(600); // more than the area: clamped and no longer sticky
-    ASSERT_TRUE(QTest::qWaitFor([&window] { return window.height() == 400; }));
-    EXPECT_EQ(window.y(), 0);
+    // A user who shrinks the window below its document stops the growth; resizing it to fit
+    // exactly starts it again.
+    window.resize(300, 150);
+    controller.windowDidEndLiveResize();
+    EXPECT_FALSE(controller.windowSizeSticky());
+    content->setFixedHeight(260);
+    QTest::qWait(50);
+    EXPECT_EQ(window.height(), 150);
+    window.resize(300, 260);
+    ASSERT_TRUE(QTest::qWaitFor([scroll] { return scroll->viewport()->height() == 260; }));
+    controller.windowDidEndLiveResize();
+    EXPECT_TRUE(controller.windowSizeSticky());
+    content->setFixedHeight(280);
+    ASSERT_TRUE(QTest::qWaitFor([&window] { return window.height() == 280; }));
+
+    // More than the area: clamped with its frame (a 30-point title bar and an 8-point border)
+    // inside the area, and no longer sticky.
+    controller.setFrameMargins([](const QWidget*) { return QMargins(4, 30, 4, 8); });
+    content->setFixedHeight(600);
+    ASSERT_TRUE(QTest::qWaitFor([&window] { return window.height() == 362; })) << window.height();
+    EXPECT_EQ(window.y(), 30) << "the title bar left the screen";
     EXPECT_FALSE(controller.windowSizeSticky());
 }
 
