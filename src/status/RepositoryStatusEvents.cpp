@@ -25,18 +25,23 @@ void RepositoryStatusEvents::beginMonitoringStatusChangeEvents(KSSwitchboardConn
     }
     m_switchboard = &switchboard;
     m_observerID = KSSwitchboardConnection::nextAnonymousObserverID();
-    switchboard.addObserver(
-        m_observerID, RepositoryStatus::kDidChangeNotification,
-        RepositoryStatus::kNotificationSource,
-        [this](const QString& /*source*/, const QVariantMap& info) {
-            const QString uuid = info.value(QStringLiteral("StatusUUID")).toString();
-            const QString mirror = info.value(QStringLiteral("StatusMirror")).toString();
-            if (uuid.isEmpty() || mirror.isEmpty()) {
-                return;
-            }
-            MainQueue::dispatchMainAsync(
-                [this, uuid, mirror] { didChangeStatusForRepository(uuid, mirror); });
-        });
+    switchboard.addObserver(m_observerID, RepositoryStatus::kDidChangeNotification,
+                            RepositoryStatus::kNotificationSource,
+                            [this](const QString& /*source*/, const QVariantMap& info) {
+                                const QString uuid =
+                                    info.value(QStringLiteral("StatusUUID")).toString();
+                                const QString mirror =
+                                    info.value(QStringLiteral("StatusMirror")).toString();
+                                if (uuid.isEmpty() || mirror.isEmpty()) {
+                                    return;
+                                }
+                                MainQueue::dispatchMainAsync(
+                                    [this, alive = std::weak_ptr<bool>(m_alive), uuid, mirror] {
+                                        if (alive.lock()) {
+                                            didChangeStatusForRepository(uuid, mirror);
+                                        }
+                                    });
+                            });
     catchUpWithKnownStatuses();
 }
 

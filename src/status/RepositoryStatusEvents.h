@@ -5,6 +5,8 @@
 #include <QVariant>
 #include <QVariantMap>
 #include <functional>
+#include <memory>
+#include <memory>
 
 class KSSwitchboardConnection;
 class MonitorDefaults;
@@ -54,4 +56,7 @@ private:
     Channels m_channels;
     KSSwitchboardConnection* m_switchboard = nullptr;
     QString m_observerID;
+    // Queued notices hold only a weak reference: one that arrives after this object has gone
+    // is dropped on the main thread, where both the notice and the destruction run.
+    std::shared_ptr<bool> m_alive = std::make_shared<bool>(true);
 };

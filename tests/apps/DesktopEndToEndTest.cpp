@@ -33,6 +33,7 @@ public:
     };
     QList<Shown> m_shown;
     QList<qint64> m_counts;
+    QList<bool> m_countsVisible;
 
 public Q_SLOTS:
     Q_SCRIPTABLE uint Notify(const QString&, uint, const QString&, const QString& summary,
@@ -45,6 +46,7 @@ public Q_SLOTS:
     void dockBadge(const QString&, const QVariantMap& properties)
     {
         m_counts.append(properties.value(u"count"_s).toLongLong());
+        m_countsVisible.append(properties.value(u"count-visible"_s).toBool());
     }
 };
 
@@ -110,6 +112,8 @@ TEST_F(DesktopEndToEndTest, CommandsAreAnnouncedAndCountedOnTheLauncher)
     ASSERT_TRUE(QTest::qWaitFor(
         [this] { return !m_desktop.m_counts.isEmpty() && m_desktop.m_counts.last() == 0; }, 60000));
     EXPECT_EQ(m_desktop.m_counts, (QList<qint64>{1, 0}));
+    // A count of zero is no badge at all, not a "0".
+    EXPECT_EQ(m_desktop.m_countsVisible, (QList<bool>{true, false}));
 
     auto verify =
         ctl(words("command verify --id test.verify.1 --steps 2 --interval-ms 20 --scenario fail"));
