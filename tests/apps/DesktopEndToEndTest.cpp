@@ -183,8 +183,24 @@ TEST_F(DesktopEndToEndTest, AMountedDiskReachesTheSwitchboardAndNoOtherMountDoes
     EXPECT_EQ(logLinesContaining(u"posting volume %1 mount notification"_s.arg(sandbox.path())), 0);
 }
 
-TEST_F(DesktopEndToEndTest, TheStatusOfAnArchiveThatIsNotThereIsNotFound)
+// Graded from the status file a capture left: a capture that logged issues is a warning with
+// its own words; an archive that is not there is not found, and nothing is made up for it.
+TEST_F(DesktopEndToEndTest, ArchiveStatusIsGradedFromItsFileAndAMissingArchiveIsNotFound)
 {
+    QTemporaryDir folder;
+    const QString archive = folder.filePath(u"Photos.stromi"_s);
+    auto create =
+        ctl(QStringList{u"archive"_s, u"create"_s, archive}
+            << words("--capture-warning --captured-days-ago 0 --verified-days-ago 0 --no-history"));
+    ASSERT_TRUE(create->finished());
+    ASSERT_EQ(create->exitCode(), 0) << create->output().toStdString();
+    auto graded = ctl(QStringList{u"archive"_s, u"status"_s, archive});
+    ASSERT_TRUE(graded->finished());
+    EXPECT_EQ(graded->exitCode(), 0);
+    EXPECT_TRUE(graded->output().contains(u"grade warning"_s)) << graded->output().toStdString();
+    EXPECT_TRUE(graded->output().contains(u"capture Capture logged issues"_s))
+        << graded->output().toStdString();
+
     const QString missing = u"/nonexistent/Gone.stromi"_s;
     auto status = ctl(QStringList{u"archive"_s, u"status"_s, missing});
     ASSERT_TRUE(status->finished());
