@@ -11,6 +11,7 @@
 #include "errors/ContextualAlertInfo.h"
 #include "exception/KSException.h"
 #include "logging/LogLineIdentifier.h"
+#include "preferences/MonitorDefaults.h"
 #include "tracking/CommandInfo.h"
 
 #include <QApplication>
@@ -272,6 +273,76 @@ bool save(QWidget* widget, const QDir& folder, const QString& name, const QStrin
     std::printf("%s  %s\n", qPrintable(path), qPrintable(what));
     return true;
 }
+// View Log for a failure that names no line: the monitor's viewer at the end of the log.
+bool saveLogViewerAtTheEnd(const QDir& folder, const QString& log, const QString& paletteName)
+{
+    LogViewerWindow viewer;
+    viewer.setLogFilePath(log);
+    viewer.resize(720, 120);
+    viewer.showLogLine(LogLine());
+    QCoreApplication::processEvents();
+    return save(&viewer, folder, QStringLiteral("log-viewer-end-%1").arg(paletteName),
+                QStringLiteral("View Log for a failure without a line: the end of the log"));
+}
+
+// The log rotated while the viewer was open at a line: it follows the new file.
+bool saveLogViewerAfterARotation(const QDir& folder, const QString& paletteName)
+{
+    const QString path = folder.filePath(QStringLiteral("gallery-rotating.log"));
+    QFile::remove(path + QStringLiteral(".1"));
+    QFile::remove(path);
+    QFile::copy(folder.filePath(QStringLiteral("gallery-sample.log")), path);
+    LogViewerWindow viewer;
+    viewer.setLogFilePath(path);
+    viewer.resize(720, 140);
+    viewer.showLogLine(LogLineIdentifier::fromString(QStringLiteral("4.12")));
+    QFile::rename(path, path + QStringLiteral(".1"));
+    QFile fresh(path);
+    if (fresh.open(QIODevice::WriteOnly)) {
+        fresh.write("2026-11-24 00:00:00.002 +0100 Log continued from gallery-rotating.log.1 "
+                    "[5.1]\n"
+                    "2026-11-24 00:00:05.740 +0100 Capture Home started [5.2]\n");
+        fresh.close();
+    }
+    viewer.followFile();
+    QCoreApplication::processEvents();
+    const bool written =
+        save(&viewer, folder, QStringLiteral("log-viewer-rotated-%1").arg(paletteName),
+             QStringLiteral("the log viewer following the new file after a rotation"));
+    QFile::remove(path + QStringLiteral(".1"));
+    QFile::remove(path);
+    return written;
+}
+
+// The one-time hint, as the pointer first enters the window; the user's own setting is put
+// back afterwards.
+bool saveDetailsHint(const QDir& folder, const QString& paletteName)
+{
+    Scene scene;
+    scene.start(QStringLiteral("capture"), QStringLiteral("Capture Home"), kCaptureProgress);
+    QWidget* window = scene.render();
+    MonitorDefaults& defaults = MonitorDefaults::standardUserDefaults();
+    const QString key = scene.window().detailsHintShownKey();
+    const QVariant before = defaults.objectForKey(key);
+    defaults.removeObjectForKey(key);
+    QEvent enter(QEvent::Enter);
+    QCoreApplication::sendEvent(window, &enter);
+    QCoreApplication::processEvents();
+    QWidget* hint = nullptr;
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (widget->accessibleName() == QStringLiteral("Hint") && widget->isVisible()) {
+            hint = widget;
+        }
+    }
+    const bool written =
+        hint != nullptr && save(hint, folder, QStringLiteral("details-hint-%1").arg(paletteName),
+                                QStringLiteral("the hint that a click shows a pane's details"));
+    scene.window().closeDetailsHint();
+    if (before.isValid()) {
+        defaults.setObject(before, key);
+    }
+    return written;
+}
 } // namespace
 
 int main(int argc, char** argv)
@@ -323,6 +394,9 @@ int main(int argc, char** argv)
         QCoreApplication::processEvents();
         written &= save(&viewer, folder, QStringLiteral("log-viewer-%1").arg(paletteName),
                         QStringLiteral("the log viewer at a failure's line and its sub-lines"));
+        written &= saveLogViewerAtTheEnd(folder, log, paletteName);
+        written &= saveLogViewerAfterARotation(folder, paletteName);
+        written &= saveDetailsHint(folder, paletteName);
     }
     return written ? 0 : 1;
 }
