@@ -1,5 +1,6 @@
 #include "messaging/ClientIdentifier.h"
 #include "preferences/PropertyList.h"
+#include "status/OutlineTree.h"
 #include "status/RecentCaptures.h"
 #include "status/RepositoryStatus.h"
 
@@ -8,6 +9,7 @@
 #include <QFile>
 #include <QTemporaryDir>
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 #include <unistd.h>
 
 namespace {
@@ -104,6 +106,12 @@ void BM_RebuildHistory(benchmark::State& state)
         state.SkipWithError("cannot build the history");
         return;
     }
+    // What the history holds once rebuilt: the heap in use with it, less the heap before it.
+    const auto inUse = [] {
+        const struct mallinfo2 info = ::mallinfo2();
+        return double(info.uordblks + info.hblkhd);
+    };
+    const double before = inUse();
     RecentCaptures captures({}, {}, [](const std::function<void()>& job) { job(); });
     for (auto _ : state) {
         captures.updateRecentCaptureHistoryReevaluating(true);
@@ -111,6 +119,7 @@ void BM_RebuildHistory(benchmark::State& state)
             state.SkipWithError("an archive was dropped");
         }
     }
+    state.counters["MB held"] = (inUse() - before) / 1e6;
     state.counters["entries/s"] = benchmark::Counter(double(state.range(0) * state.range(1)),
                                                      benchmark::Counter::kIsIterationInvariantRate);
 }
@@ -120,6 +129,35 @@ BENCHMARK(BM_RebuildHistory)
     ->Args({200, 100000})
     ->Unit(benchmark::kMillisecond)
     ->Iterations(1);
+
+// One outline of 100,000 items read into its tree, from data already in memory: the parsing
+// alone, without the disk.
+void BM_ReadOutline(benchmark::State& state)
+{
+    const auto history = makeHistory(1, int(state.range(0)));
+    if (!history) {
+        state.SkipWithError("cannot build the history");
+        return;
+    }
+    QFile file(history->root.path() + QStringLiteral("/A0.stromi/outline.index"));
+    if (!file.open(QIODevice::ReadOnly)) {
+        state.SkipWithError("cannot read the outline");
+        return;
+    }
+    const QByteArray data = file.readAll();
+    // The levels of the first read are known to the next ones, as in a rebuild of many
+    // archives on one volume.
+    const auto components = std::make_shared<OutlineComponents>();
+    for (auto _ : state) {
+        const auto tree = OutlineTree::read(data, components);
+        if (!tree || tree->entryCount() != state.range(0)) {
+            state.SkipWithError("the outline was not read");
+        }
+    }
+    state.counters["entries/s"] = benchmark::Counter(double(state.range(0)),
+                                                     benchmark::Counter::kIsIterationInvariantRate);
+}
+BENCHMARK(BM_ReadOutline)->Arg(100000)->Unit(benchmark::kMillisecond);
 
 // 1,000 paths, none of them held (every archive's outline is asked about every path), then
 // 1,000 paths held by every archive.

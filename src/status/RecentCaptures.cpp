@@ -29,86 +29,7 @@ const QString kModified = QStringLiteral("modified");
 const char* const kRebuildOperation = "-[MonitorApplicationDelegate(MonitorDelegateCaptureHistory) "
                                       "updateRecentCaptureHistoryReevaluating:]";
 
-// An identifier this short names a client or a whole volume; its hash mixes in the client,
-// which a wildcard item does not share, so such entries are compared one by one.
-constexpr quint64 kShallowLength = 2;
-
 } // namespace
-
-// The outline of one archive, hashed so that asking about an item costs one lookup per level
-// of the item's path rather than a walk of every entry.
-class RecentCaptures::Outline
-{
-public:
-    explicit Outline(const QVariantList& entries)
-    {
-        // Decoded entries share nothing; rebuilt on shared parents, an outline of many items in
-        // few folders keeps one node per distinct level instead of a whole chain per item.
-        Nodes nodes;
-        for (const QVariant& entry : entries) {
-            const auto identifier = intern(entry.value<FQIdentifier>(), nodes);
-            if (!identifier) {
-                continue;
-            }
-            if (identifier->length() <= kShallowLength) {
-                m_shallow.append(identifier);
-            } else {
-                m_deep.emplace(identifier->hash(), identifier);
-            }
-        }
-    }
-
-    // An entry equal to the item or containing it: the item or one of its ancestors is listed.
-    bool holds(const FQIdentifier& item) const
-    {
-        for (FQIdentifier level = item; level; level = level->parent()) {
-            if (level->length() <= kShallowLength) {
-                for (const FQIdentifier& entry : m_shallow) {
-                    if (entry->isEqual(*level)) {
-                        return true;
-                    }
-                }
-                continue;
-            }
-            const auto [first, last] = m_deep.equal_range(level->hash());
-            for (auto it = first; it != last; ++it) {
-                if (it->second->isEqual(*level)) {
-                    return true;
-                }
-            }
-        }
-        return false;
-    }
-
-private:
-    // Nodes made so far, by their parent's address and their own identifier's hash.
-    using Nodes = std::unordered_multimap<size_t, FQIdentifier>;
-
-    static FQIdentifier intern(const FQIdentifier& identifier, Nodes& nodes)
-    {
-        if (!identifier) {
-            return {};
-        }
-        FQIdentifier parent;
-        for (const QVariant& level : identifier->identifiers()) {
-            const size_t key = std::hash<const void*>()(parent.get()) ^ NodeIdentifier::hash(level);
-            const auto [first, last] = nodes.equal_range(key);
-            const auto found = std::find_if(first, last, [&](const auto& node) {
-                return node.second->parent() == parent &&
-                       NodeIdentifier::isEqual(node.second->nodeIdentifier(), level);
-            });
-            parent =
-                found != last
-                    ? found->second
-                    : nodes.emplace(key, FullyQualifiedIdentifier::withIdentifier(level, parent))
-                          ->second;
-        }
-        return parent;
-    }
-
-    std::unordered_multimap<size_t, FQIdentifier> m_deep;
-    QList<FQIdentifier> m_shallow;
-};
 
 RecentCaptures::RecentCaptures(QString folder, Clock clock, Runner runner)
     : m_folder(folder.isEmpty() ? defaultFolder() : std::move(folder))
@@ -169,7 +90,9 @@ void RecentCaptures::updateHistoryNotification(const QString& notificationName)
 }
 
 QString RecentCaptures::evaluate(const QString& name, const QString& path,
-                                 const QDateTime& modified, Record& record) const
+                                 const QDateTime& modified,
+                                 const std::shared_ptr<OutlineComponents>& components,
+                                 Record& record) const
 {
     QFile file(path);
     const QByteArray alias = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
@@ -191,7 +114,7 @@ QString RecentCaptures::evaluate(const QString& name, const QString& path,
         display = bookmark->displayName();
     }
     const QUrl url = bookmark->resolveQuietly();
-    QVariantList outline;
+    std::optional<OutlineTree> outline;
     if (!url.isEmpty()) {
         QFile index(QDir(url.toLocalFile()).filePath(kOutlineFileName));
         if (index.exists() && !index.open(QIODevice::ReadOnly)) {
@@ -200,15 +123,8 @@ QString RecentCaptures::evaluate(const QString& name, const QString& path,
             Logger::log(4, QStringLiteral("Outline of archive %1 could not be read: %2")
                                .arg(display, index.errorString()));
         } else if (index.isOpen()) {
-            bool interpreted = false;
-            try {
-                const QVariant value = KeyedArchive::unarchiveObjectWithData(index.readAll());
-                interpreted = value.metaType() == QMetaType::fromType<QVariantList>();
-                outline = value.toList();
-            } catch (const std::exception&) {
-                // Reported below in the words the user knows.
-            }
-            if (!interpreted) {
+            outline = OutlineTree::read(index.readAll(), components);
+            if (!outline) {
                 return QStringLiteral("Capture history for archive %1 couldn't be interpreted")
                     .arg(display);
             }
@@ -228,8 +144,11 @@ QString RecentCaptures::evaluate(const QString& name, const QString& path,
     record.info = {{kName, name}, {kAlias, alias}, {kDisplay, display}, {kModified, modified}};
     if (!url.isEmpty()) {
         record.info.insert(kRepository, url.toLocalFile());
-        // The outline is kept once, in the form that answers questions about items.
-        record.outline = std::make_shared<const Outline>(outline);
+        // Kept in the form that answers questions about items; an archive without an outline
+        // holds nothing that can be asked about.
+        if (outline) {
+            record.outline = std::make_shared<const OutlineTree>(std::move(*outline));
+        }
     }
     return {};
 }
@@ -243,6 +162,8 @@ void RecentCaptures::updateRecentCaptureHistoryReevaluating(bool reevaluate)
         cache = m_recentAliasInfo;
     }
     QHash<QString, Record> rebuilt;
+    // The levels of this rebuild's outlines, kept once for all of them.
+    const auto components = std::make_shared<OutlineComponents>();
     const QDir folder(m_folder);
     const QFileInfoList entries = folder.exists()
                                       ? folder.entryInfoList(QDir::Files | QDir::Hidden, QDir::Name)
@@ -257,7 +178,7 @@ void RecentCaptures::updateRecentCaptureHistoryReevaluating(bool reevaluate)
             continue;
         }
         Record record;
-        const QString stale = evaluate(name, entry.filePath(), modified, record);
+        const QString stale = evaluate(name, entry.filePath(), modified, components, record);
         if (stale.isEmpty()) {
             rebuilt.insert(name, std::move(record));
             continue;
@@ -327,9 +248,10 @@ QVariantList RecentCaptures::findRepositoriesForItems(const QStringList& itemPat
         if (!item) {
             continue;
         }
+        const QVariantList levels = item->identifiers();
         for (qsizetype i = 0; i < m_recentByDate.size(); ++i) {
             const auto& outline = m_recentByDate[i].outline;
-            if (!matched[size_t(i)] && outline && outline->holds(item)) {
+            if (!matched[size_t(i)] && outline && outline->holds(levels)) {
                 matched[size_t(i)] = true;
                 --unmatched;
             }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "messaging/FullyQualifiedIdentifier.h"
+#include "status/OutlineTree.h"
 #include "tracking/CaptureHistory.h"
 
 #include <QDateTime>
@@ -62,16 +63,15 @@ public:
     static QString recordCapture(const QString& repositoryPath, const QString& folder = {});
 
 private:
-    class Outline;
     struct Record
     {
         QVariantMap info;
-        std::shared_ptr<const Outline> outline;
+        std::shared_ptr<const OutlineTree> outline;
     };
 
     // Why the history file must go, or nothing to keep it; fills the record when kept.
     QString evaluate(const QString& name, const QString& path, const QDateTime& modified,
-                     Record& record) const;
+                     const std::shared_ptr<OutlineComponents>& components, Record& record) const;
     static QVariantMap resultRecord(const QVariantMap& info);
 
     // Rebuilds once more through the runner; requests while one waits join it.

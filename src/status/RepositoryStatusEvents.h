@@ -6,7 +6,6 @@
 #include <QVariantMap>
 #include <functional>
 #include <memory>
-#include <memory>
 
 class KSSwitchboardConnection;
 class MonitorDefaults;
