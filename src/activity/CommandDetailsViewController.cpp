@@ -96,16 +96,9 @@ void CommandDetailsViewController::updateStatus(const QVariantMap& progress)
         m_thermometerValue = value->toDouble();
     }
     // A new maximum or minimum alone moves the bar too: the fill is the value between them.
-    const double minimum = m_thermometer->property("minValue").toDouble();
-    const double maximum = m_thermometer->property("maxValue").toDouble();
-    double fraction = 0;
-    if (m_thermometerValue <= minimum) {
-        fraction = 0;
-    } else if (m_thermometerValue >= maximum) {
-        fraction = 1;
-    } else {
-        fraction = (m_thermometerValue - minimum) / (maximum - minimum);
-    }
+    const double fraction = MonitorProgressIndicator::fillFraction(
+        m_thermometerValue, m_thermometer->property("minValue").toDouble(),
+        m_thermometer->property("maxValue").toDouble());
     m_thermometer->setValue(int(std::round(fraction * kThermometerSteps)));
 }
 

@@ -97,17 +97,20 @@ void MonitorProgressIndicator::setDoubleValue(double value)
     recomputeXValue();
 }
 
+double MonitorProgressIndicator::fillFraction(double value, double minimum, double maximum)
+{
+    if (value <= minimum) {
+        return 0;
+    }
+    if (value >= maximum) {
+        return 1;
+    }
+    return (value - minimum) / (maximum - minimum);
+}
+
 void MonitorProgressIndicator::recomputeXValue()
 {
-    // The minimum is asked first: a value at a minimum that is not below the maximum is empty.
-    double fraction = 0;
-    if (m_doubleValue <= m_minValue) {
-        fraction = 0;
-    } else if (m_doubleValue >= m_maxValue) {
-        fraction = 1;
-    } else {
-        fraction = (m_doubleValue - m_minValue) / (m_maxValue - m_minValue);
-    }
+    const double fraction = fillFraction(m_doubleValue, m_minValue, m_maxValue);
     const double x = std::round(std::max(0, width() - 2) * fraction);
     if (x != m_xValue) {
         m_xValue = x;

@@ -49,6 +49,9 @@ public:
     double stripeOffset(double now) const;
 
     static void setClock(Clock clock);
+    // How full a bar is for the value between the two ends: the minimum is asked first, so a
+    // value at a minimum that is not below the maximum is empty.
+    static double fillFraction(double value, double minimum, double maximum);
     // The shared timer while any indicator animates; null otherwise.
     static QTimer* animationTimer();
     static void animateIndeterminateTime();
