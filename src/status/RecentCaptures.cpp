@@ -4,7 +4,6 @@
 #include "logging/Logger.h"
 #include "messaging/ClientIdentifier.h"
 #include "messaging/FullyQualifiedIdentifier.h"
-#include "messaging/NodeIdentifier.h"
 #include "preferences/PreferenceStore.h"
 #include "references/BookmarkPath.h"
 #include "references/RepositoryReference.h"
@@ -17,7 +16,6 @@
 #include <QFileInfo>
 #include <QSaveFile>
 #include <algorithm>
-#include <unordered_map>
 
 namespace {
 
