@@ -10,7 +10,8 @@ MonitorStackedContainerView::MonitorStackedContainerView(QWidget* parent)
     : StackedPartView(parent)
 {
     setCursor(Qt::PointingHandCursor);
-    setFocusPolicy(Qt::StrongFocus);
+    // Reached with Tab; a click toggles the pane without leaving a focus ring behind.
+    setFocusPolicy(Qt::TabFocus);
     setAccessibleDescription(tr("Space shows or hides the details; the menu key opens the "
                                 "command's menu."));
 }
