@@ -8,15 +8,6 @@
 namespace {
 QMutex s_sharedLock;
 std::shared_ptr<VolumeCatalog> s_shared;
-
-bool isBelow(const QString& path, const QString& mountPoint)
-{
-    if (mountPoint == QLatin1String("/")) {
-        return path.startsWith(QLatin1Char('/'));
-    }
-    return path == mountPoint ||
-           (path.startsWith(mountPoint) && path.at(mountPoint.size()) == QLatin1Char('/'));
-}
 } // namespace
 
 VolumeCatalog::~VolumeCatalog() = default;
@@ -29,7 +20,7 @@ std::optional<VolumeCatalog::Mount> VolumeCatalog::mountHolding(const QString& c
     std::optional<Mount> best;
     std::pair<bool, qsizetype> bestRank;
     for (const Mount& mount : mounts()) {
-        if (!isBelow(canonicalPath, mount.mountPoint)) {
+        if (!MountTable::isAtOrBelow(canonicalPath, mount.mountPoint)) {
             continue;
         }
         const std::pair<bool, qsizetype> rank(mountId && mount.id == *mountId,

@@ -29,15 +29,6 @@ QString unescapedName(const QByteArray& field)
     return QFile::decodeName(bytes);
 }
 
-bool isAtOrBelow(const QString& path, const QString& mountPoint)
-{
-    if (mountPoint == QStringLiteral("/")) {
-        return path.startsWith(QLatin1Char('/'));
-    }
-    return path == mountPoint ||
-           (path.startsWith(mountPoint) && path.at(mountPoint.size()) == QLatin1Char('/'));
-}
-
 // "36 35 98:0 /mnt1 /mnt2 rw,noatime master:1 - ext3 /dev/root rw,errors=continue"
 std::optional<MountTable::Mount> parseLine(const QByteArray& line)
 {
@@ -87,6 +78,15 @@ bool MountTable::Mount::isDisk() const
         return true;
     }
     return source.startsWith(QLatin1String("/dev/")) && !kImages.contains(fileSystemType);
+}
+
+bool MountTable::isAtOrBelow(const QString& path, const QString& mountPoint)
+{
+    if (mountPoint == QStringLiteral("/")) {
+        return path.startsWith(QLatin1Char('/'));
+    }
+    return path == mountPoint ||
+           (path.startsWith(mountPoint) && path.at(mountPoint.size()) == QLatin1Char('/'));
 }
 
 MountTable MountTable::current()

@@ -63,6 +63,8 @@ public:
     // The canonical form of a path; for a path that does not exist (an item since deleted),
     // its absolute, cleaned form, which is still good for finding its volume.
     static QString resolvedPath(const QString& path);
+    // Whether an absolute, clean path is the mount point or below it, by whole components.
+    static bool isAtOrBelow(const QString& path, const QString& mountPoint);
     // The components of `path` below `mountPoint`; both absolute and clean.
     static QStringList componentsBelow(const QString& path, const QString& mountPoint);
 
