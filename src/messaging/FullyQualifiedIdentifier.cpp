@@ -4,7 +4,6 @@
 #include "foundation/KeyedArchive.h"
 #include "foundation/KeyedDecoder.h"
 #include "messaging/ClientIdentifier.h"
-#include "platform/linux/MountTable.h"
 #include "messaging/NodeIdentifier.h"
 #include "messaging/VolumeIdentifier.h"
 
@@ -62,17 +61,33 @@ FQIdentifier
 FullyQualifiedIdentifier::fullyQualifiedIdentifierWithPath(const QString& path,
                                                            const ClientIdentifier& client)
 {
+    return PathResolver().identifierWithPath(path, client);
+}
+
+FullyQualifiedIdentifier::PathResolver::PathResolver(MountTable table)
+    : m_table(std::move(table))
+{}
+
+FQIdentifier
+FullyQualifiedIdentifier::PathResolver::identifierWithPath(const QString& path,
+                                                           const ClientIdentifier& client)
+{
     if (path.isEmpty()) {
         return nullptr;
     }
     const QString resolved = MountTable::resolvedPath(path);
-    const auto mount = MountTable::current().mountContaining(resolved);
+    const auto mount = m_table.mountContaining(resolved);
     if (!mount) {
         return nullptr;
     }
+    auto volume = m_volumes.find(mount->mountPoint);
+    if (volume == m_volumes.end()) {
+        volume = m_volumes.insert(
+            mount->mountPoint,
+            QVariant::fromValue(VolumeIdentifier::volumeIdentifierForMount(*mount)));
+    }
     FQIdentifier chain = withIdentifier(QVariant::fromValue(client));
-    chain = withIdentifier(QVariant::fromValue(VolumeIdentifier::volumeIdentifierForMount(*mount)),
-                           chain);
+    chain = withIdentifier(*volume, chain);
     for (const QString& component : MountTable::componentsBelow(resolved, mount->mountPoint)) {
         chain = withIdentifier(component, chain);
     }

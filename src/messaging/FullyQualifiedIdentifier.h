@@ -1,6 +1,9 @@
 #pragma once
 
+#include "platform/linux/MountTable.h"
+
 #include <QFileInfo>
+#include <QHash>
 #include <QMetaType>
 #include <QString>
 #include <QVariant>
@@ -40,6 +43,17 @@ public:
     // volume's mount point; none when no mount holds the path.
     static FQIdentifier fullyQualifiedIdentifierWithPath(const QString& path,
                                                          const ClientIdentifier& client);
+    // The same for many paths: the mount table read once, each mount's volume named once.
+    class PathResolver
+    {
+    public:
+        explicit PathResolver(MountTable table = MountTable::current());
+        FQIdentifier identifierWithPath(const QString& path, const ClientIdentifier& client);
+
+    private:
+        MountTable m_table;
+        QHash<QString, QVariant> m_volumes; // by mount point
+    };
 
     const QVariant& nodeIdentifier() const { return m_identifier; }
     const FQIdentifier& parent() const { return m_parent; }

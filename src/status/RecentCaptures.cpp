@@ -231,24 +231,30 @@ QVariantList RecentCaptures::findRepositoriesForItems(const QStringList& itemPat
 {
     // Outlines name their owner; a question about items may come from any of them.
     const ClientIdentifier anyClient(QStringLiteral("*"), ClientIdentifier::kWildcardNumber);
-    QMutexLocker locker(&m_recentLock);
-    std::vector<bool> matched(size_t(m_recentByDate.size()), false);
+    // Published records never change: a copy taken under the lock is asked without it, as
+    // finding an item's volume reads files.
+    QList<Record> records;
+    {
+        QMutexLocker locker(&m_recentLock);
+        records = m_recentByDate;
+    }
+    FullyQualifiedIdentifier::PathResolver paths;
+    std::vector<bool> matched(size_t(records.size()), false);
     qsizetype unmatched = 0;
-    for (const Record& record : m_recentByDate) {
+    for (const Record& record : std::as_const(records)) {
         unmatched += record.outline ? 1 : 0;
     }
     for (const QString& path : itemPaths) {
         if (unmatched == 0) {
             break;
         }
-        const FQIdentifier item =
-            FullyQualifiedIdentifier::fullyQualifiedIdentifierWithPath(path, anyClient);
+        const FQIdentifier item = paths.identifierWithPath(path, anyClient);
         if (!item) {
             continue;
         }
         const QVariantList levels = item->identifiers();
-        for (qsizetype i = 0; i < m_recentByDate.size(); ++i) {
-            const auto& outline = m_recentByDate[i].outline;
+        for (qsizetype i = 0; i < records.size(); ++i) {
+            const auto& outline = records.at(i).outline;
             if (!matched[size_t(i)] && outline && outline->holds(levels)) {
                 matched[size_t(i)] = true;
                 --unmatched;
@@ -256,9 +262,9 @@ QVariantList RecentCaptures::findRepositoriesForItems(const QStringList& itemPat
         }
     }
     QVariantList results;
-    for (qsizetype i = 0; i < m_recentByDate.size(); ++i) {
+    for (qsizetype i = 0; i < records.size(); ++i) {
         if (matched[size_t(i)]) {
-            results.append(resultRecord(m_recentByDate[i].info));
+            results.append(resultRecord(records.at(i).info));
         }
     }
     return results;
