@@ -72,6 +72,11 @@ void MonitorActivityWindow::openRepository(const QString& path, qint32 action)
     m_delegate.openRepository(path, action);
 }
 
+void MonitorActivityWindow::launchClient()
+{
+    m_delegate.launchClient();
+}
+
 QVariant MonitorActivityWindow::impermanentValue(const QString& key, const QString& identifier)
 {
     return m_delegate.impermanentValues().impermanentValueForKey(key, identifier);

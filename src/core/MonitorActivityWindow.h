@@ -34,6 +34,7 @@ public:
     void showStatusItemStates(bool show, quint64 states) override;
     bool viewLogLine(const LogLine& line) override;
     void openRepository(const QString& path, qint32 action) override;
+    void launchClient() override;
     bool updateAvailable() const override;
     QString readableVersionAvailable() const override;
     void setClientAppRunning(bool running) override;

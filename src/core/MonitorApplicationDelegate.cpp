@@ -337,6 +337,14 @@ void MonitorApplicationDelegate::openRepository(const QString& path, qint32 acti
     }
 }
 
+void MonitorApplicationDelegate::launchClient()
+{
+    if (const int sent = ClientApplication::defaultClient().launch();
+        sent != ClientApplication::kNoError) {
+        Logger::log(2, QStringLiteral("Unable to start the Kestrom application (%1)").arg(sent));
+    }
+}
+
 bool MonitorApplicationDelegate::viewLogLine(const LogLine& line)
 {
     const auto logger = Logger::defaultLogger();

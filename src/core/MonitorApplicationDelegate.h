@@ -104,6 +104,8 @@ public:
     void orderStatusWindowFront();
     // Asks the client to open the archive with an action code, or the log at a line.
     void openRepository(const QString& path, qint32 action);
+    // Starts the main application (so that it checks for an update at its start).
+    void launchClient();
     // False when no client application took the request (none, no line, or unreachable).
     bool viewLogLine(const LogLine& line);
     // The icon's state bits (panes present, schedules held, archive warning or critical); the

@@ -17,6 +17,8 @@ public:
     // kNoError when the application runs or can be started on demand.
     virtual int locate() = 0;
     virtual int activateAction(const QString& action, const QVariantList& parameters) = 0;
+    // Starts the application, or brings it forward when it runs.
+    virtual int launch() = 0;
 
     static ClientApplication& defaultClient();
     static void setDefaultClient(ClientApplication* client);

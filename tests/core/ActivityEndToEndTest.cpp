@@ -120,6 +120,11 @@ TEST_F(ActivityEndToEndTest, AFailedVerifyShowsItsAlertAndViewLogOpensTheLogAtIt
     EXPECT_TRUE(m_client.m_actions.isEmpty());
     viewer.close();
     ASSERT_TRUE(QTest::qWaitFor([&window] { return window.paneCount() == 0; }, 10000));
+
+    // The update notice's button starts the main application, which checks at its start.
+    window.checkForUpdate();
+    ASSERT_EQ(m_client.m_actions.size(), 1);
+    EXPECT_EQ(m_client.m_actions.first().first, u"launch"_s);
 }
 
 // Without the sheet that asks whether to wait, a log-out while a command runs still ends, and

@@ -178,6 +178,10 @@ TEST_F(MonitorApplicationDelegateTest, ArchiveAndLogLineOpenInTheClient)
     EXPECT_EQ(client.m_actions[1].first, u"view-log"_s);
     EXPECT_EQ(client.m_actions[1].second.at(1).toString(), line->description());
 
+    m_delegate->launchClient();
+    ASSERT_EQ(client.m_actions.size(), 3);
+    EXPECT_EQ(client.m_actions[2].first, u"launch"_s);
+
     client.m_activateResult = ClientApplication::kRequestFailed;
     EXPECT_FALSE(m_delegate->viewLogLine(line)) << "a client that cannot be reached took it";
     m_delegate->openRepository(u"/gone.stromi"_s, 1);

@@ -20,6 +20,11 @@ public:
         m_actions.append({action, parameters});
         return m_activateResult;
     }
+    int launch() override
+    {
+        m_actions.append({QStringLiteral("launch"), {}});
+        return m_activateResult;
+    }
 
     int m_locateResult = kNoError;
     int m_activateResult = kNoError;

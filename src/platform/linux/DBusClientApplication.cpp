@@ -32,10 +32,20 @@ int DBusClientApplication::locate()
 
 int DBusClientApplication::activateAction(const QString& action, const QVariantList& parameters)
 {
+    return send(QStringLiteral("ActivateAction"),
+                {action, QVariant::fromValue(parameters), QVariantMap()});
+}
+
+int DBusClientApplication::launch()
+{
+    return send(QStringLiteral("Activate"), {QVariantMap()});
+}
+
+int DBusClientApplication::send(const QString& member, const QVariantList& arguments)
+{
     QDBusMessage call = QDBusMessage::createMethodCall(
-        kClientIdentifier, kObjectPath, QStringLiteral("org.freedesktop.Application"),
-        QStringLiteral("ActivateAction"));
-    call << action << QVariant::fromValue(parameters) << QVariantMap();
+        kClientIdentifier, kObjectPath, QStringLiteral("org.freedesktop.Application"), member);
+    call.setArguments(arguments);
     const QDBusMessage reply = clientBus().call(call, QDBus::Block, kCallTimeoutMs);
     return reply.type() == QDBusMessage::ReplyMessage ? kNoError : kRequestFailed;
 }

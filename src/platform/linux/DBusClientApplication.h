@@ -11,4 +11,8 @@ public:
 
     int locate() override;
     int activateAction(const QString& action, const QVariantList& parameters) override;
+    int launch() override;
+
+private:
+    static int send(const QString& member, const QVariantList& arguments);
 };
