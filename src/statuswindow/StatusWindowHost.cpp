@@ -1,0 +1,3 @@
+#include "statuswindow/StatusWindowHost.h"
+
+StatusWindowHost::~StatusWindowHost() = default;
