@@ -90,6 +90,23 @@ QString writeDictionary(const QVariantMap& properties, const QString& path)
     return {};
 }
 
+// A mirror names its archive and is named by the archive's UUID: without both as text it
+// cannot stand for an archive (a damaged file, or one of a format this build does not know).
+void checkMirrorTypes(const QVariantMap& properties, const QString& path)
+{
+    const QVariant uuid = properties.value(RepositoryStatus::kRepositoryUUID);
+    const QVariant repository = properties.value(RepositoryStatus::kRepositoryPath);
+    const bool uuidIsText = uuid.typeId() == QMetaType::QString && !uuid.toString().isEmpty();
+    const bool pathIsText = !repository.isValid() || repository.typeId() == QMetaType::QString;
+    if (!uuidIsText || !pathIsText) {
+        KSException::exceptionWithName(QStringLiteral("IO"),
+                                       uuidIsText ? QStringLiteral("archive path is no text")
+                                                  : QStringLiteral("status has no UUID text"))
+            .setStrPath(path)
+            .raise();
+    }
+}
+
 QString displayNameOfPath(const QString& path)
 {
     const QFileInfo info(path);
@@ -112,19 +129,28 @@ std::shared_ptr<RepositoryStatus> RepositoryStatus::statusForRepository(const QS
     return status;
 }
 
-std::shared_ptr<RepositoryStatus> RepositoryStatus::statusFromMirrorPath(const QString& mirrorPath)
+std::shared_ptr<RepositoryStatus> RepositoryStatus::statusFromMirrorPath(const QString& mirrorPath,
+                                                                         QString* problem)
 {
     std::shared_ptr<RepositoryStatus> status(new RepositoryStatus());
     try {
         std::optional<QVariantMap> properties = readDictionary(mirrorPath);
         if (!properties) {
+            if (problem) {
+                *problem = QStringLiteral("the file is gone");
+            }
             return nullptr;
         }
         status->m_properties = std::move(*properties);
+        checkMirrorTypes(status->m_properties, mirrorPath);
     } catch (const std::exception& exception) {
         Logger::log(3, nullptr,
                     QStringLiteral("Could not read archive status mirror %1").arg(mirrorPath),
                     &exception);
+        if (problem) {
+            const auto* known = dynamic_cast<const KSException*>(&exception);
+            *problem = known ? known->reason() : QString::fromLocal8Bit(exception.what());
+        }
         return nullptr;
     }
     status->m_mirrorStatusPath = mirrorPath;
@@ -459,7 +485,7 @@ void RepositoryStatus::postDidChange()
     }
 }
 
-void RepositoryStatus::retire()
+bool RepositoryStatus::retire()
 {
     QFile mirror(mirrorStatusPath());
     if (!mirror.remove()) {
@@ -467,7 +493,9 @@ void RepositoryStatus::retire()
             3, QStringLiteral("Unable to forget the status of archive %1").arg(displayName()));
         Logger::log(7, line, QStringLiteral("Path"), mirrorStatusPath());
         Logger::log(7, line, QStringLiteral("Error"), mirror.errorString());
+        return false;
     }
+    return true;
 }
 
 QVariantMap RepositoryStatus::eventState() const

@@ -59,7 +59,9 @@ public:
 
     // None (and one log line) when a file exists but cannot be read as a status.
     static std::shared_ptr<RepositoryStatus> statusForRepository(const QString& repositoryPath);
-    static std::shared_ptr<RepositoryStatus> statusFromMirrorPath(const QString& mirrorPath);
+    // `problem`, when given, says why a mirror gave no record.
+    static std::shared_ptr<RepositoryStatus> statusFromMirrorPath(const QString& mirrorPath,
+                                                                  QString* problem = nullptr);
     static QString storedUUIDForRepositoryURL(const QString& repositoryPath);
     // Every readable mirror; unreadable ones are logged and skipped.
     static QList<std::shared_ptr<RepositoryStatus>> all();
@@ -109,7 +111,8 @@ public:
     qint64 bestVolumeFree();
 
     void save();
-    void retire();
+    // Deletes the mirror; false (logged) when it is still there.
+    bool retire();
 
     QVariantMap eventState() const;
     // The keys whose value differs from the previous state; none when nothing changed.
