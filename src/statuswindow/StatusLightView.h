@@ -1,0 +1,47 @@
+#pragma once
+
+#include <QColor>
+#include <QWidget>
+
+// One of the graded lights of an archive's row: a disc in its role's colour while lit, a hollow
+// outline while off. Colours follow the palette, so light and dark windows both read well.
+// Main thread only.
+class StatusLightView : public QWidget
+{
+    Q_OBJECT
+    Q_PROPERTY(bool lit READ lit WRITE setLit NOTIFY litChanged)
+
+public:
+    enum class Role
+    {
+        OK,
+        Warning,
+        Critical,
+    };
+    Q_ENUM(Role)
+
+    explicit StatusLightView(QWidget* parent = nullptr);
+
+    Role role() const { return m_role; }
+    void setRole(Role role);
+    bool lit() const { return m_lit; }
+    void setLit(bool lit);
+
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override;
+
+Q_SIGNALS:
+    void litChanged(bool lit);
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void changeEvent(QEvent* event) override;
+
+private:
+    // The fill of a lit light of this role on the current palette.
+    QColor litColor() const;
+    void updateAccessibleName();
+
+    Role m_role = Role::OK;
+    bool m_lit = false;
+};
