@@ -8,13 +8,16 @@
 
 namespace {
 
-// Only a number that is true counts: a stray string never silences a warning.
 bool isIgnored(ImpermanentValues* ignores, const QString& key, const QString& uuid)
 {
-    if (ignores == nullptr) {
-        return false;
-    }
-    const QVariant value = ignores->impermanentValueForKey(key, uuid);
+    return ignores != nullptr &&
+           RepositoryGrade::countsAsIgnored(ignores->impermanentValueForKey(key, uuid));
+}
+
+} // namespace
+
+bool RepositoryGrade::countsAsIgnored(const QVariant& value)
+{
     switch (value.metaType().id()) {
     case QMetaType::Bool:
         return value.toBool();
@@ -28,8 +31,6 @@ bool isIgnored(ImpermanentValues* ignores, const QString& key, const QString& uu
         return false;
     }
 }
-
-} // namespace
 
 RepositoryGrade RepositoryGrade::gradeStatus(RepositoryStatus& status,
                                              const MonitorDefaults& defaults,

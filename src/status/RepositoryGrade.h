@@ -3,6 +3,7 @@
 #include "status/StatusIndicators.h"
 
 #include <QString>
+#include <QVariant>
 
 class ImpermanentValues;
 class MonitorDefaults;
@@ -34,6 +35,9 @@ public:
 
     bool isWarning() const { return summary.warningLight; }
     bool isCritical() const { return summary.criticalLight; }
+
+    // Only a number that is true silences a warning: a stray string never does.
+    static bool countsAsIgnored(const QVariant& value);
 
     // Main thread only. `ignores` may be none: nothing is ignored then.
     static RepositoryGrade gradeStatus(RepositoryStatus& status, const MonitorDefaults& defaults,

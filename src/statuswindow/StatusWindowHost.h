@@ -19,8 +19,8 @@ public:
     virtual void viewLogLine(const QString& lineIdentifier) = 0;
     // Asks the client application to open the archive with an action code (3 repairs).
     virtual void openRepository(const QString& path, qint32 action) = 0;
-    // Shows the archive selected in the file manager; false when none took the request.
-    virtual bool revealInFileViewer(const QString& path) = 0;
+    // Shows the archive selected in the file manager.
+    virtual void revealInFileViewer(const QString& path) = 0;
     // Runs file work off the main thread; the job reports back through the main queue.
     virtual void runInBackground(std::function<void()> job) = 0;
 };
