@@ -1,6 +1,7 @@
 #include "MonitorCompositionRoot.h"
 
 #include "core/MonitorActivityWindow.h"
+#include "core/MonitorStatusWindow.h"
 #include "core/MonitorUserNotifier.h"
 #include "core/RecentArchives.h"
 #include "core/SessionCommandRequests.h"
@@ -8,7 +9,6 @@
 #include "core/UnavailableScheduler.h"
 #include "core/UnavailableShutdownSheet.h"
 #include "core/UnavailableStatusItem.h"
-#include "core/UnavailableStatusWindow.h"
 #include "core/UnavailableUpdateController.h"
 #include "core/WorkerPool.h"
 #include "errors/ContextualAlertInfo.h"
@@ -17,7 +17,9 @@
 #include "platform/linux/DBusClientApplication.h"
 #include "platform/linux/DBusUserNotificationCenter.h"
 #include "platform/linux/DesktopApplicationSession.h"
+#include "platform/linux/FreedesktopFileViewer.h"
 #include "platform/linux/LibsecretSecretStore.h"
+#include "platform/linux/LogindSleepWatcher.h"
 #include "platform/linux/MountTable.h"
 #include "platform/linux/ProcMountTableWatcher.h"
 #include "platform/linux/SessionBusApplicationWatcher.h"
@@ -26,6 +28,7 @@
 #include "preferences/MonitorDefaults.h"
 #include "references/BookmarkPath.h"
 #include "status/RecentCaptures.h"
+#include "status/RepositoryStatus.h"
 #include "tracking/CommandInfo.h"
 #include "tracking/ProgressServices.h"
 
@@ -43,10 +46,12 @@ MonitorCompositionRoot::MonitorCompositionRoot()
 MonitorApplicationDelegate::Subsystems MonitorCompositionRoot::makeSubsystems() const
 {
     MonitorApplicationDelegate::Subsystems subsystems;
+    const auto onWorkers = [](std::function<void()> job) {
+        WorkerPool::shared().start(std::move(job));
+    };
     subsystems.session = std::make_unique<DesktopApplicationSession>();
     // Not built yet: stand-ins that say so once.
     subsystems.statusItem = std::make_unique<UnavailableStatusItem>();
-    subsystems.statusWindow = std::make_unique<UnavailableStatusWindow>();
     subsystems.scheduler = std::make_unique<UnavailableScheduler>();
     subsystems.updateController = std::make_unique<UnavailableUpdateController>();
     subsystems.shutdownSheet = std::make_unique<UnavailableShutdownSheet>();
@@ -66,13 +71,16 @@ MonitorApplicationDelegate::Subsystems MonitorCompositionRoot::makeSubsystems() 
                 return {url, {}};
             },
             RepeatingTimer::mainThreadFactory()});
+    subsystems.statusWindow = std::make_unique<MonitorStatusWindow>(MonitorStatusWindow::Parts{
+        std::make_unique<FreedesktopFileViewer>(), std::make_unique<LogindSleepWatcher>(),
+        onWorkers, RepositoryStatus::statusFolder()});
     subsystems.makeActivityWindow = [](MonitorApplicationDelegate& delegate,
                                        ActivityWindow::Factory factory) {
         return std::make_unique<MonitorActivityWindow>(delegate, std::move(factory));
     };
     subsystems.recentArchives = std::make_unique<RecentArchives>(std::make_shared<RecentCaptures>(
         RecentCaptures::defaultFolder(), [] { return QDateTime::currentDateTimeUtc(); },
-        [](std::function<void()> job) { WorkerPool::shared().start(std::move(job)); }));
+        onWorkers));
     ProgressServices::setCaptureHistory(subsystems.recentArchives->captureHistory());
     subsystems.desktopEvents = makeDesktopEvents(*subsystems.recentArchives);
     return subsystems;
@@ -100,6 +108,11 @@ MonitorCompositionRoot::makeDesktopEvents(RecentArchives& recentArchives) const
     hooks.orderMonitorWindowFront = [] {
         if (auto* delegate = MonitorApplicationDelegate::sharedDelegate()) {
             delegate->orderMonitorWindowFront();
+        }
+    };
+    hooks.orderStatusWindowFront = [] {
+        if (auto* delegate = MonitorApplicationDelegate::sharedDelegate()) {
+            delegate->orderStatusWindowFront();
         }
     };
     hooks.setClientAppRunning = [](bool running) {

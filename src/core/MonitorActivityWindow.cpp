@@ -57,8 +57,7 @@ void MonitorActivityWindow::setDockActivityPaneCount(int count)
 
 void MonitorActivityWindow::showStatusItemStates(bool show, quint64 states)
 {
-    const quint64 current = m_delegate.statusImageState();
-    m_delegate.updateStatusItemState(show ? (current | states) : (current & ~states));
+    m_delegate.showStatusItemStates(show, states);
 }
 
 bool MonitorActivityWindow::viewLogLine(const LogLine& line)

@@ -109,6 +109,7 @@ void MonitorApplicationDelegate::applicationDidFinishLaunching()
     };
     m_activityWindow = m_subsystems.makeActivityWindow(*this, std::move(factory));
     service.setDelegate(m_activityWindow.get());
+    m_subsystems.statusWindow->start(*this);
     m_monitorVendor = std::make_unique<KSConnectionServiceSingleton>(new MonitorServer(this));
     // Queued with the delegate as context: dropped, not run, should the delegate go first.
     QMetaObject::invokeMethod(this, &MonitorApplicationDelegate::publishVendor,
@@ -357,6 +358,11 @@ void MonitorApplicationDelegate::updateStatusItemState(quint64 state)
         m_statusImageState = state;
         m_subsystems.statusItem->loadStatusItemIcon(state);
     }
+}
+
+void MonitorApplicationDelegate::showStatusItemStates(bool show, quint64 states)
+{
+    updateStatusItemState(show ? (m_statusImageState | states) : (m_statusImageState & ~states));
 }
 
 bool MonitorApplicationDelegate::statusWindowHasStatus() const

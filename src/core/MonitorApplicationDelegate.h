@@ -111,6 +111,8 @@ public:
     // The icon's state bits (panes present, schedules held, archive warning or critical); the
     // icon is drawn again only when they change.
     void updateStatusItemState(quint64 state);
+    // Sets (show) or clears the bits of `states` in the icon's state.
+    void showStatusItemStates(bool show, quint64 states);
     quint64 statusImageState() const { return m_statusImageState; }
     SchedulerClient& scheduler() const { return *m_subsystems.scheduler; }
     UpdateController& updateController() const { return *m_subsystems.updateController; }
@@ -121,6 +123,7 @@ public:
     void noteActivationPolicyChange(bool regular, const QString& previouslyActiveApplication);
     ImpermanentValues& impermanentValues() { return *m_impermanentValues; }
     bool statusWindowHasStatus() const;
+    ArchiveStatusWindow& statusWindow() const { return *m_subsystems.statusWindow; }
     void refreshRecentRepositoryCache();
     QByteArray recentlyCapturedRepositories() const;
     QByteArray repositoriesForItems(const QByteArray& items) const;

@@ -78,6 +78,7 @@ void MonitorUserNotifier::notifyUser(int type, const QString& title, const QStri
     notification.playsDefaultSound = playsDefaultSound(type);
     notification.informativeText = details;
     notification.identifier = identifier;
+    notification.userInfo.insert(kTypeKey, type);
     if (const auto line = info.constFind(kLogLineKey); line != info.cend()) {
         notification.userInfo.insert(kLogLineKey, *line);
     }

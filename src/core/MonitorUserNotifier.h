@@ -13,6 +13,9 @@ public:
     MonitorUserNotifier(MonitorDefaults& defaults, UserNotificationCenter& center);
 
     // The type's key in "KSLocalNotifications"; empty for an unknown type.
+    // Where a delivered notification keeps its type, for whoever hears its click.
+    static inline const QString kTypeKey = QStringLiteral(".Type");
+
     static QString localNotificationKey(int type);
     // What the type adds to the caller's title.
     static QString titleSuffix(int type);

@@ -27,11 +27,17 @@ SessionDesktopEvents::SessionDesktopEvents(MonitorDefaults& defaults, Services s
     , m_hooks(std::move(hooks))
     , m_notifier(std::make_unique<MonitorUserNotifier>(defaults, *m_services.notifications))
 {
-    // The user clicked a notification because something happened to a command: show them.
+    // The user clicked a notification because something happened to a command or an archive:
+    // show them where.
     m_services.notifications->setActivationHandler(
-        [this](const UserNotificationCenter::Notification&) {
-            if (m_hooks.orderMonitorWindowFront) {
-                m_hooks.orderMonitorWindowFront();
+        [this](const UserNotificationCenter::Notification& clicked) {
+            const bool aboutStatus =
+                clicked.userInfo.value(MonitorUserNotifier::kTypeKey).toInt() ==
+                RepositoryStatusEvents::kNeedsRepairNotificationType;
+            const auto& order =
+                aboutStatus ? m_hooks.orderStatusWindowFront : m_hooks.orderMonitorWindowFront;
+            if (order) {
+                order();
             }
         });
 }

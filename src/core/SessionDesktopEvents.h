@@ -42,6 +42,8 @@ public:
         std::function<void(const QVariantMap& volumeInfo)> updateHistoryNotification;
         std::function<void(bool running)> setClientAppRunning;
         std::function<void()> orderMonitorWindowFront;
+        // A click on a notification about an archive's status.
+        std::function<void()> orderStatusWindowFront;
         // Every switch of the activation policy; the previously active application only with a
         // switch to regular.
         std::function<void(bool regular, const QString& previouslyActiveApplication)>

@@ -149,6 +149,19 @@ TEST_F(DesktopEndToEndTest, ArchivesThatNeedRepairAreAnnouncedAtTheStartAndWhenT
     }
     ASSERT_TRUE(watch->waitForOutput(folder.filePath(u"Later.stromi"_s)))
         << watch->output().toStdString();
+
+    // The status window grades both; with their mirrors gone, a peer's notice empties it.
+    const auto hasStatus = [] {
+        return answer(u"StromMonitoring"_s, u"queryStatusWindowHasStatus"_s).toBool();
+    };
+    EXPECT_TRUE(QTest::qWaitFor(hasStatus, 30000));
+    QDir mirrors(m_configHome.filePath(u"Kestrom/Status"_s));
+    ASSERT_EQ(mirrors.entryList({u"*.plist"_s}).size(), 2) << mirrors.path().toStdString();
+    for (const QString& name : mirrors.entryList({u"*.plist"_s})) {
+        ASSERT_TRUE(mirrors.remove(name));
+    }
+    ASSERT_TRUE(ctl(words("post RepositoryStatusDidChange --source Repository"))->finished());
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !hasStatus(); }, 30000));
 }
 
 // A disk reaches the switchboard; the tmpfs mounted before it, as sandboxes do all the time,

@@ -57,6 +57,7 @@ protected:
                   [this](const QVariantMap& info) { m_calls << u"history "_s + describe(info); },
                   [this](bool running) { m_calls << u"client running %1"_s.arg(int(running)); },
                   [this] { m_calls << u"window front"_s; },
+                  [this] { m_calls << u"status window front"_s; },
                   [this](bool regular, const QString& previous) {
                       m_calls << (regular ? u"regular after "_s + previous : u"accessory"_s);
                   }}))
@@ -104,11 +105,12 @@ TEST_F(DesktopEventsTest, EachTypeHasItsTitleSuffixSoundAndChoice)
         EXPECT_EQ(shown.playsDefaultSound, sound);
         EXPECT_EQ(shown.informativeText, u"Daily"_s);
         EXPECT_EQ(shown.identifier, u"A1"_s);
-        EXPECT_EQ(shown.userInfo, QVariantMap({{u".LogLine"_s, u"4.17"_s}}));
+        EXPECT_EQ(shown.userInfo, QVariantMap({{u".LogLine"_s, u"4.17"_s}, {u".Type"_s, type}}));
+        // A click brings forward the activity window, or the status window for an archive.
+        m_center->click(0);
+        EXPECT_EQ(m_calls, QStringList{type == 3 ? u"status window front"_s : u"window front"_s});
+        m_calls.clear();
     }
-    // A click on what was shown brings the activity window forward.
-    m_center->click(0);
-    EXPECT_EQ(m_calls, QStringList{u"window front"_s});
     // Withdrawing needs an identifier.
     m_events->userNotifier().unnotifyUserWithIdentifier(QString());
     m_events->userNotifier().unnotifyUserWithIdentifier(u"U1"_s);
