@@ -8,6 +8,7 @@
 #include "statuswindow/ArchiveStatusWindowController.h"
 #include "statuswindow/StatusWindowHost.h"
 #include "support/PrivateBus.h"
+#include "tracking/RecordingLogger.h"
 #include "ui_ArchiveStatusViewController.h"
 
 #include <QAction>
@@ -17,7 +18,11 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
+#include <cerrno>
+#include <cstring>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 
 using namespace Qt::StringLiterals;
 
@@ -341,4 +346,55 @@ TEST_F(ArchiveStatusWindowTest, AMirrorThatCannotBeReadIsARowThatSaysSo)
     window->forgetStatus(window->statusControllers().at(1)->entry());
     ASSERT_TRUE(reloaded(*window));
     EXPECT_EQ(window->statusControllers().size(), 4U);
+}
+
+// The status folder on a file system made read-only in a mount namespace of this test process
+// (before any thread exists): retiring fails, is logged, and the status keeps its row until
+// the folder can be written again.
+TEST(ArchiveStatusRetirementTest, AMirrorThatCannotBeDeletedStaysUntilItCan)
+{
+    if (::unshare(CLONE_NEWNS) != 0 ||
+        ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
+        GTEST_SKIP() << "no mount namespace for this test: " << std::strerror(errno);
+    }
+    QTemporaryDir config;
+    qputenv("XDG_CONFIG_HOME", config.path().toLocal8Bit());
+    const QByteArray folder = RepositoryStatus::statusFolder().toLocal8Bit();
+    ASSERT_TRUE(QDir().mkpath(RepositoryStatus::statusFolder()));
+    ASSERT_EQ(::mount("none", folder.constData(), "tmpfs", 0, nullptr), 0) << std::strerror(errno);
+    const QString mirror = RepositoryStatus::statusFolder() + u"/OLD.plist"_s;
+    {
+        QFile file(mirror);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+        file.write(PropertyList::xmlData(QVariantMap{{u"repositoryUUID"_s, u"OLD"_s},
+                                                     {u"repositoryPath"_s, u"/archives/Old"_s},
+                                                     {u"displayName"_s, u"Old"_s}})
+                       .data);
+        ASSERT_TRUE(file.flush()); // a later flush would date the file again
+        ASSERT_TRUE(file.setFileTime(QDateTime::currentDateTime().addDays(-50),
+                                     QFileDevice::FileModificationTime));
+    }
+    const auto remount = [&folder](unsigned long flags) {
+        return ::mount(nullptr, folder.constData(), nullptr, MS_REMOUNT | flags, nullptr);
+    };
+    ASSERT_EQ(remount(MS_RDONLY), 0) << std::strerror(errno);
+    const auto log = RecordingLogger::install();
+
+    RecordingHost host;
+    FakeSleepWatcher wake;
+    ImpermanentValues impermanent(MonitorDefaults::standardUserDefaults());
+    ArchiveStatusWindowController window({&host, &MonitorDefaults::standardUserDefaults(),
+                                          &impermanent, &wake, &QDateTime::currentDateTime,
+                                          RepositoryStatus::statusFolder()});
+    QSignalSpy reloads(&window, &ArchiveStatusWindowController::reloaded);
+    ASSERT_TRUE(reloads.wait(30000));
+    ASSERT_EQ(window.statusControllers().size(), 1U);
+    EXPECT_EQ(window.statusControllers().front()->uuid(), u"OLD"_s);
+    EXPECT_EQ(log->linesContaining(u"Unable to forget the status of archive Old"_s).size(), 1);
+
+    ASSERT_EQ(remount(0), 0) << std::strerror(errno);
+    window.reload();
+    ASSERT_TRUE(reloads.wait(30000));
+    EXPECT_FALSE(window.hasStatus());
+    EXPECT_FALSE(QFile::exists(mirror));
 }
