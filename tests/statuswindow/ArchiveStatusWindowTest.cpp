@@ -1,5 +1,5 @@
+#include "apps/MonitorProcessFixture.h"
 #include "fakes/FakeSleepWatcher.h"
-#include "messaging/SwitchboardFixture.h"
 #include "preferences/ImpermanentValues.h"
 #include "preferences/MonitorDefaults.h"
 #include "preferences/PropertyList.h"
@@ -52,7 +52,7 @@ public:
 };
 } // namespace
 
-class ArchiveStatusWindowTest : public SwitchboardFixture
+class ArchiveStatusWindowTest : public MonitorProcessFixture
 {
 protected:
     void SetUp() override
@@ -287,31 +287,40 @@ TEST_F(ArchiveStatusWindowTest, RowActionsReachTheApplicationAndDetailsAreRememb
     QTest::keyClick(detailed.view(), Qt::Key_Space);
     EXPECT_TRUE(detailed.showingDetails());
     EXPECT_EQ(m_impermanent.impermanentValueForKey(u"statusDetails"_s, u"D"_s), true);
+    ArchiveStatusSizeView* bar = detailed.form().sizeView;
+    const QPoint inBar = bar->barRect().center().toPoint();
+    QTest::mouseClick(bar, Qt::LeftButton, {}, inBar);
+    EXPECT_EQ(m_impermanent.impermanentValueForKey(u"KSArchiveStatusSizeViewMode"_s, u"D"_s), 2);
+
     window.reset();
     window = makeWindow();
     EXPECT_TRUE(window->statusControllers().front()->showingDetails());
+    EXPECT_EQ(window->statusControllers().front()->form().sizeView->viewMode(), 2U);
 }
 
+// The monitor's own window is the second one; peers ask it whether it has any status.
 TEST_F(ArchiveStatusWindowTest, APeersNoticeReloadsAndAForgottenStatusGoesForEveryWindow)
 {
     const auto window = makeWindow();
     EXPECT_FALSE(window->hasStatus());
+    startMonitor(QStringLiteral(MONITOR_PROGRAM));
+    const auto monitorHasStatus = [] {
+        return answer(u"StromMonitoring"_s, u"queryStatusWindowHasStatus"_s).toBool();
+    };
     QTemporaryDir archives;
-    const QString path = archives.filePath(u"Work.stromi"_s);
-    auto create = ctl({u"archive"_s, u"create"_s, path, u"--captured-days-ago"_s, u"2"_s});
+    auto create = ctl({u"archive"_s, u"create"_s, archives.filePath(u"Work.stromi"_s),
+                       u"--captured-days-ago"_s, u"2"_s, u"--no-history"_s});
     ASSERT_TRUE(create->finished());
     ASSERT_TRUE(QTest::qWaitFor([&] { return window->hasStatus(); }, 30000));
     EXPECT_EQ(names(*window), QStringList{u"Work"_s});
+    ASSERT_TRUE(QTest::qWaitFor(monitorHasStatus, 30000));
 
-    // A second window elsewhere hears the forgetting through the switchboard.
-    auto watcher = ctl({u"watch"_s, u"RepositoryStatusDidChange"_s});
-    ASSERT_TRUE(watcher->waitForOutput(u"watching"_s)) << watcher->output().toStdString();
     window->forgetStatus(window->statusControllers().front()->entry());
     ASSERT_TRUE(reloaded(*window));
     EXPECT_FALSE(window->hasStatus());
     EXPECT_TRUE(QDir(folder()).entryList({u"*.plist"_s}).isEmpty());
-    EXPECT_TRUE(watcher->waitForOutput(u"notification from Repository"_s))
-        << watcher->output().toStdString();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !monitorHasStatus(); }, 30000))
+        << m_monitor->output().toStdString();
 }
 
 TEST_F(ArchiveStatusWindowTest, AMirrorThatCannotBeReadIsARowThatSaysSo)
