@@ -30,6 +30,12 @@ void StatusLightView::setRole(Role role)
     update();
 }
 
+void StatusLightView::setAspect(const QString& aspect)
+{
+    m_aspect = aspect;
+    updateAccessibleName();
+}
+
 void StatusLightView::setLit(bool lit)
 {
     if (lit == m_lit) {
@@ -71,7 +77,10 @@ void StatusLightView::updateAccessibleName()
 {
     static const char* const kRoleNames[] = {QT_TR_NOOP("OK"), QT_TR_NOOP("Warning"),
                                              QT_TR_NOOP("Critical")};
-    const QString role = tr(kRoleNames[static_cast<int>(m_role)]);
+    QString role = tr(kRoleNames[static_cast<int>(m_role)]);
+    if (!m_aspect.isEmpty()) {
+        role = m_aspect + QLatin1Char(' ') + role.toLower();
+    }
     setAccessibleName(m_lit ? tr("%1 light, lit").arg(role) : tr("%1 light, off").arg(role));
 }
 

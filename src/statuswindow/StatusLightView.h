@@ -10,6 +10,8 @@ class StatusLightView : public QWidget
 {
     Q_OBJECT
     Q_PROPERTY(bool lit READ lit WRITE setLit NOTIFY litChanged)
+    // What the light grades ("Capture"); it starts the name a screen reader says.
+    Q_PROPERTY(QString aspect READ aspect WRITE setAspect)
 
 public:
     enum class Role
@@ -25,6 +27,8 @@ public:
     Role role() const { return m_role; }
     void setRole(Role role);
     bool lit() const { return m_lit; }
+    const QString& aspect() const { return m_aspect; }
+    void setAspect(const QString& aspect);
     void setLit(bool lit);
 
     QSize sizeHint() const override;
@@ -44,4 +48,5 @@ private:
 
     Role m_role = Role::OK;
     bool m_lit = false;
+    QString m_aspect;
 };

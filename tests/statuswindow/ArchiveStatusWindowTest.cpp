@@ -214,6 +214,9 @@ TEST_F(ArchiveStatusWindowTest, WarningsAndCriticalsReachTheStatusItemAndTheDimm
     EXPECT_FALSE(window->criticals());
     EXPECT_EQ(m_host.m_state, 4U);
     EXPECT_EQ(window->dimEventThreshold(), 6U);
+    const auto& warned = window->statusControllers().back()->form();
+    EXPECT_EQ(warned.captureWarningLight->accessibleName(), u"Capture warning light, lit"_s);
+    EXPECT_EQ(warned.verifyWarningLight->accessibleName(), u"Verify warning light, off"_s);
 
     writeMirror(u"R"_s, u"/archives/Broken.stromi"_s, 60, {{u"needsRepair"_s, true}});
     window->reload();
