@@ -1,0 +1,3 @@
+#include "statusmenu/RunActionsControllerDelegate.h"
+
+RunActionsControllerDelegate::~RunActionsControllerDelegate() = default;

@@ -1,0 +1,3 @@
+#include "statusmenu/ScheduleControl.h"
+
+ScheduleControl::~ScheduleControl() = default;
