@@ -7,6 +7,7 @@
 #include "activity/WindowPlacement.h"
 #include "foundation/MainQueue.h"
 #include "foundation/NotificationCenter.h"
+#include "foundation/RelativeDate.h"
 #include "messaging/KSConnection.h"
 #include "messaging/KSSwitchboardConnection.h"
 #include "preferences/MonitorDefaults.h"
@@ -27,8 +28,6 @@ const QString kSchedulerDidConnect = QStringLiteral("SchedulerDidConnect");
 const QString kSchedulerDidDisconnect = QStringLiteral("SchedulerDidDisconnect");
 const QString kActionScheduleDidChange = QStringLiteral("ActionScheduleDidChange");
 const QString kLastCheckTime = QStringLiteral("SULastCheckTime");
-// Seconds between 1970-01-01 and the scheduler's reference date 2001-01-01.
-constexpr qint64 kReferenceDateOffset = 978307200;
 
 ActivityWindowController* s_shared = nullptr;
 
@@ -49,7 +48,7 @@ QDateTime nextActionDate(const QVariant& value)
     if (!isNumber || seconds == 0) {
         return {};
     }
-    return QDateTime::fromMSecsSinceEpoch(qint64((seconds + kReferenceDateOffset) * 1000), Qt::UTC);
+    return RelativeDate::dateWithSecondsSinceReferenceDate(seconds);
 }
 } // namespace
 

@@ -10,6 +10,7 @@
 #include "errors/ContextualAlertInfo.h"
 #include "exception/KSException.h"
 #include "foundation/NotificationCenter.h"
+#include "foundation/RelativeDate.h"
 #include "logging/Logger.h"
 #include "tracking/CommandProxy.h"
 #include "tracking/CommandTaskConnection.h"
@@ -22,8 +23,6 @@
 namespace {
 constexpr double kPresetPauses[] = {300, 600, 1200, 1800, 3600, 7200}; // tags 201 to 206
 constexpr int kFirstPresetTag = 201;
-// Seconds between 1970-01-01 and the scheduler's reference date 2001-01-01.
-constexpr qint64 kReferenceDateOffset = 978307200;
 
 void showModalAlert(const QString& message, const QString& informative)
 {
@@ -383,9 +382,7 @@ void CommandUmbrellaViewController::performOnCommand(const QString& member,
 
 void CommandUmbrellaViewController::runAction(const QString& actionID, const QDateTime& date)
 {
-    const double seconds =
-        date.isValid() ? double(date.toMSecsSinceEpoch()) / 1000.0 - double(kReferenceDateOffset)
-                       : 0.0;
+    const double seconds = date.isValid() ? RelativeDate::secondsSinceReferenceDate(date) : 0.0;
     if (m_host->setActionToExecuteAt(actionID, seconds)) {
         return;
     }

@@ -1,5 +1,7 @@
 #include "activity/MonitorProgressIndicator.h"
 
+#include "foundation/RelativeDate.h"
+
 #include <QApplication>
 #include <QDateTime>
 #include <QPainter>
@@ -9,14 +11,12 @@
 #include <vector>
 
 namespace {
-// Seconds between 1970-01-01 and the reference date 2001-01-01.
-constexpr double kReferenceDateOffset = 978307200.0;
 constexpr double kStripeSpeed = 16.0; // points a second
 constexpr double kTileWidth = 100.0;
 
 double secondsSinceReferenceDate()
 {
-    return double(QDateTime::currentMSecsSinceEpoch()) / 1000.0 - kReferenceDateOffset;
+    return RelativeDate::secondsSinceReferenceDate(QDateTime::currentDateTimeUtc());
 }
 
 struct Animation

@@ -1,11 +1,14 @@
 #pragma once
 
+#include <QDateTime>
 #include <QString>
+#include <QVariantList>
 #include <QVariantMap>
 #include <optional>
 
-// The seam of the scheduler client: it follows the scheduler's publication and its schedule
-// notices once started, and is how a pane reschedules its action.
+// The seam of the scheduler client: it follows the scheduler's publication and its hold
+// notices once started, and is how the status menu and a pane reach the scheduler.
+// Main thread only, unless a method says otherwise.
 class SchedulerClient
 {
 public:
@@ -17,4 +20,16 @@ public:
     virtual bool setActionToExecuteAt(const QString& actionID, double seconds) = 0;
     // Asks the user when to run the action again.
     virtual void runRescheduleSheet(const QString& actionID) = 0;
+
+    // Whether the scheduler is published now.
+    virtual bool connected() const = 0;
+    // Until when every schedule is held; none when it is not. Any thread.
+    virtual std::optional<QDateTime> holdDate() const = 0;
+    // The scheduler's actions ("title", "repname", "uuid", "runnable"); none when it cannot
+    // be asked or answered with something else.
+    virtual std::optional<QVariantList> queryActionsInfo() = 0;
+    // Holds for that many half hours from the current whole minute; 0 or less asks the user
+    // until when.
+    virtual void holdSchedules(int halfHours) = 0;
+    virtual void resumeSchedules() = 0;
 };

@@ -15,3 +15,13 @@ void UnavailableScheduler::runRescheduleSheet(const QString&)
 {
     m_notice.say(QStringLiteral("Rescheduling an action"));
 }
+
+void UnavailableScheduler::holdSchedules(int)
+{
+    m_notice.say(QStringLiteral("Holding schedules"));
+}
+
+void UnavailableScheduler::resumeSchedules()
+{
+    m_notice.say(QStringLiteral("Resuming schedules"));
+}

@@ -12,6 +12,11 @@ public:
     std::optional<QVariantMap> queryNextScheduledActionInfo() override { return std::nullopt; }
     bool setActionToExecuteAt(const QString& actionID, double seconds) override;
     void runRescheduleSheet(const QString& actionID) override;
+    bool connected() const override { return false; }
+    std::optional<QDateTime> holdDate() const override { return std::nullopt; }
+    std::optional<QVariantList> queryActionsInfo() override { return std::nullopt; }
+    void holdSchedules(int) override;
+    void resumeSchedules() override;
 
 private:
     UnavailableNotice m_notice;

@@ -5,6 +5,7 @@
 #include <QCalendar>
 #include <QtNumeric>
 #include <cerrno>
+#include <cmath>
 #include <limits>
 #include <mutex>
 #include <utility>
@@ -163,6 +164,22 @@ void RelativeDate::setClock(Clock clock)
     state.clock = std::move(clock);
     ++state.generation;
     state.boundaries = kUnknownDay;
+}
+
+double RelativeDate::secondsSinceReferenceDate(const QDateTime& date)
+{
+    return double(date.toMSecsSinceEpoch()) / 1000.0 - double(kReferenceDateOffset);
+}
+
+QDateTime RelativeDate::dateWithSecondsSinceReferenceDate(double seconds)
+{
+    // About ±290,000 years of milliseconds: beyond that the conversion would overflow.
+    constexpr double kLimit = 9.0e12;
+    if (!std::isfinite(seconds) || std::abs(seconds) > kLimit) {
+        return {};
+    }
+    return QDateTime::fromMSecsSinceEpoch(
+        qint64(std::llround((seconds + double(kReferenceDateOffset)) * 1000.0)), Qt::UTC);
 }
 
 QDateTime RelativeDate::now()

@@ -66,6 +66,12 @@ public:
     static QDateTime dateOffsetBy(const QDateTime& date, int count, bool reverseDirection,
                                   int scale);
 
+    // The scheduler's and the commands' times: seconds since 2001-01-01T00:00:00Z.
+    static constexpr qint64 kReferenceDateOffset = 978307200;
+    static double secondsSinceReferenceDate(const QDateTime& date);
+    // None for a value that is not a finite number of seconds a date can hold.
+    static QDateTime dateWithSecondsSinceReferenceDate(double seconds);
+
     static bool inThePast(const QDateTime& date);
     static bool inTheFuture(const QDateTime& date);
     static bool notInThePast(const QDateTime& date);
