@@ -1,17 +1,19 @@
 #include "MonitorCompositionRoot.h"
 
 #include "core/MonitorActivityWindow.h"
+#include "core/MonitorDelegateScheduler.h"
+#include "core/MonitorDelegateStatusItem.h"
 #include "core/MonitorStatusWindow.h"
 #include "core/MonitorUserNotifier.h"
 #include "core/RecentArchives.h"
 #include "core/SessionCommandRequests.h"
 #include "core/SessionDesktopEvents.h"
-#include "core/UnavailableScheduler.h"
+#include "core/UnavailableNotice.h"
 #include "core/UnavailableShutdownSheet.h"
-#include "core/UnavailableStatusItem.h"
 #include "core/UnavailableUpdateController.h"
 #include "core/WorkerPool.h"
 #include "errors/ContextualAlertInfo.h"
+#include "foundation/RelativeDate.h"
 #include "messaging/ActionRunSummary.h"
 #include "platform/ClientApplication.h"
 #include "platform/linux/DBusClientApplication.h"
@@ -32,6 +34,9 @@
 #include "tracking/CommandInfo.h"
 #include "tracking/ProgressServices.h"
 
+#include <QGuiApplication>
+#include <QPalette>
+
 MonitorCompositionRoot::MonitorCompositionRoot()
 {
     // The client is reached over the session bus; it lives as long as the process.
@@ -51,8 +56,11 @@ MonitorApplicationDelegate::Subsystems MonitorCompositionRoot::makeSubsystems() 
     };
     subsystems.session = std::make_unique<DesktopApplicationSession>();
     // Not built yet: stand-ins that say so once.
-    subsystems.statusItem = std::make_unique<UnavailableStatusItem>();
-    subsystems.scheduler = std::make_unique<UnavailableScheduler>();
+    subsystems.statusItem = std::make_unique<MonitorDelegateStatusItem>([] {
+        // A dark window colour is a dark desktop style.
+        return QGuiApplication::palette().color(QPalette::Window).lightness() < 128;
+    });
+    subsystems.scheduler = makeScheduler();
     subsystems.updateController = std::make_unique<UnavailableUpdateController>();
     subsystems.shutdownSheet = std::make_unique<UnavailableShutdownSheet>();
     subsystems.commandRequests =
@@ -84,6 +92,36 @@ MonitorApplicationDelegate::Subsystems MonitorCompositionRoot::makeSubsystems() 
     ProgressServices::setCaptureHistory(subsystems.recentArchives->captureHistory());
     subsystems.desktopEvents = makeDesktopEvents(*subsystems.recentArchives);
     return subsystems;
+}
+
+std::unique_ptr<SchedulerClient> MonitorCompositionRoot::makeScheduler() const
+{
+    // The delegate exists by the time any of these is called; it is made after the subsystems.
+    const auto delegate = [] {
+        return MonitorApplicationDelegate::sharedDelegate();
+    };
+    MonitorDelegateScheduler::Hooks hooks;
+    hooks.showStatusItemStates = [delegate](bool show, quint64 states) {
+        if (auto* shared = delegate()) {
+            shared->showStatusItemStates(show, states);
+        }
+    };
+    hooks.refreshRunningApplications = [delegate] {
+        if (auto* shared = delegate()) {
+            shared->refreshRunningApplications();
+        }
+    };
+    static UnavailableNotice s_dialogs;
+    hooks.runHoldDialog = [] {
+        s_dialogs.say(QStringLiteral("The hold dialog"));
+    };
+    hooks.runRescheduleSheet = [](const QString&) {
+        s_dialogs.say(QStringLiteral("The run-at sheet"));
+    };
+    // A question to the scheduler never holds the menu up for longer than this.
+    constexpr int kQueryTimeoutMs = 250;
+    return std::make_unique<MonitorDelegateScheduler>(std::move(hooks), &RelativeDate::now,
+                                                      kQueryTimeoutMs);
 }
 
 std::unique_ptr<DesktopEvents>

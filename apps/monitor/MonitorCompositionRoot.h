@@ -13,5 +13,6 @@ public:
     MonitorApplicationDelegate::Subsystems makeSubsystems() const;
 
 private:
+    std::unique_ptr<SchedulerClient> makeScheduler() const;
     std::unique_ptr<DesktopEvents> makeDesktopEvents(RecentArchives& recentArchives) const;
 };

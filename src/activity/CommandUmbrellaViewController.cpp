@@ -129,6 +129,14 @@ QWidget* CommandUmbrellaViewController::view()
     return m_view.data();
 }
 
+QMenu* CommandUmbrellaViewController::controlMenu()
+{
+    if (showingAlert()) {
+        return nullptr;
+    }
+    return showingDetails() ? m_detailed->controlMenu() : m_collapsed->controlMenu();
+}
+
 void CommandUmbrellaViewController::setView(QWidget* newView)
 {
     QWidget* oldView = view();

@@ -17,6 +17,7 @@ class CommandDetailsViewController;
 class CommandFailureViewController;
 class CommandProgressViewController;
 class QAction;
+class QMenu;
 
 // One command's pane in the activity window: it owns the collapsed, detailed and failure forms,
 // switches between them, retires the pane 3.5 s after a good end, and carries out the pane's
@@ -72,6 +73,8 @@ public:
     bool showingDetails();
     void setShowingDetails(bool showing);
     bool showingAlert();
+    // The control menu of the form shown now; none while the failure shows.
+    QMenu* controlMenu();
     bool detailsDefaultState();
     void saveDetailsDefaultState(bool showing);
 

@@ -7,6 +7,8 @@
 #include <functional>
 #include <memory>
 
+class ActivityWindowController;
+
 // The seam of the activity window. Until the window exists, this default makes a manager for
 // every command straight from the factory and shows nothing; the composition root installs
 // the real window in its place.
@@ -24,6 +26,8 @@ public:
     virtual bool isVisible() const;
     // Whether the quit must wait: some registered command still runs.
     virtual bool waitForRunningCommandsBecause(quint32 reason);
+    // The real window's controller, for the status menu; none in this default.
+    virtual ActivityWindowController* windowController() const { return nullptr; }
 
 private:
     Factory m_factory;

@@ -26,6 +26,7 @@ public:
     void showActivityWindowInFront(bool front) override;
     bool isVisible() const override;
     bool waitForRunningCommandsBecause(quint32 reason) override;
+    ActivityWindowController* windowController() const override { return m_controller.get(); }
 
     // ActivityWindowHost
     std::shared_ptr<CommandListener> monitorRunningCommand(const QString& identifier,

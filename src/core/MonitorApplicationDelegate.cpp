@@ -375,6 +375,11 @@ void MonitorApplicationDelegate::refreshRecentRepositoryCache()
     m_subsystems.recentArchives->updateRecentRepositoryCache();
 }
 
+void MonitorApplicationDelegate::refreshRunningApplications()
+{
+    m_subsystems.desktopEvents->refreshRunningApplications();
+}
+
 QByteArray MonitorApplicationDelegate::recentlyCapturedRepositories() const
 {
     return m_subsystems.recentArchives->recentlyCapturedRepositories();

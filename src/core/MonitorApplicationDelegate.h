@@ -125,6 +125,8 @@ public:
     bool statusWindowHasStatus() const;
     ArchiveStatusWindow& statusWindow() const { return *m_subsystems.statusWindow; }
     void refreshRecentRepositoryCache();
+    // Tells the switchboard which applications run now.
+    void refreshRunningApplications();
     QByteArray recentlyCapturedRepositories() const;
     QByteArray repositoriesForItems(const QByteArray& items) const;
     // The activity window's pane count, shown on the dock.

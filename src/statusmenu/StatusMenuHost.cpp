@@ -1,0 +1,3 @@
+#include "statusmenu/StatusMenuHost.h"
+
+StatusMenuHost::~StatusMenuHost() = default;
