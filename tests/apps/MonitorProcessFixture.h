@@ -18,10 +18,12 @@ class MonitorProcessFixture : public SwitchboardFixture
 {
 protected:
     // The program is the monitor itself or a wrapper whose arguments end with the monitor.
-    void startMonitor(const QString& program, const QStringList& arguments = {})
+    // Offscreen unless a test needs the display (a panel's tray, say).
+    void startMonitor(const QString& program, const QStringList& arguments = {},
+                      const QString& platform = QStringLiteral("offscreen"))
     {
-        m_monitor =
-            std::make_unique<ChildProcess>(program, arguments + words("-platform offscreen"));
+        m_monitor = std::make_unique<ChildProcess>(
+            program, arguments + QStringList{QStringLiteral("-platform"), platform});
         ASSERT_TRUE(m_monitor->started());
         ASSERT_TRUE(QTest::qWaitFor([] { return monitorEndpoint().has_value(); }, 30000))
             << m_monitor->output().toStdString();
