@@ -1,11 +1,17 @@
+#include "exception/KSException.h"
 #include "statusmenu/HoldSchedulesUntilController.h"
+#include "statusmenu/RunActionsAtController.h"
+#include "statusmenu/RunActionsControllerDelegate.h"
 #include "statusmenu/ScheduleControl.h"
+#include "tracking/RecordingLogger.h"
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QComboBox>
 #include <QDateTimeEdit>
 #include <QDialog>
 #include <QDir>
+#include <QLineEdit>
 #include <QTest>
 #include <QTimer>
 #include <gtest/gtest.h>
@@ -26,6 +32,22 @@ public:
     void setHoldTime(double seconds) override { sent << seconds; }
     std::optional<double> holdTime;
     QList<double> sent;
+};
+
+class FakeDelegate final : public RunActionsControllerDelegate
+{
+public:
+    void runAction(const QString& actionID, const QDateTime& at) override
+    {
+        sent << std::pair{actionID, at};
+        if (actionID == failing) {
+            throw KSException::exceptionWithName(u"IO"_s, u"scheduler went away"_s);
+        }
+    }
+    QWidget* window() override { return owner; }
+    QWidget* owner = nullptr;
+    QString failing;
+    QList<std::pair<QString, QDateTime>> sent;
 };
 
 QDateTime local(int year, int month, int day, int hour, int minute, int second = 0)
@@ -204,4 +226,155 @@ TEST_F(HoldDialog, TheSharedControllerIsMadeOnceForTheSchedulerGiven)
     EXPECT_NE(Controller::sharedHoldController(), nullptr);
     Controller::setSharedScheduleControl(nullptr);
     EXPECT_EQ(Controller::sharedHoldController(), nullptr);
+}
+
+class RunAtSheet : public ::testing::Test
+{
+protected:
+    RunAtSheet() { m_controller.setDelegate(&m_delegate); }
+    // The user picks "in", types the delay and chooses the unit with the keyboard.
+    static void chooseDelay(QDialog& dialog, const QString& delay, int unitsDown)
+    {
+        click(dialog, "inRadioButton");
+        QTest::mouseClick(child<QLineEdit>(dialog, "inField"), Qt::LeftButton);
+        pressKey(dialog, Qt::Key_A, Qt::ControlModifier);
+        QTest::keyClicks(dialog.focusWidget(), delay);
+        pressKey(dialog, Qt::Key_Tab);
+        pressKey(dialog, Qt::Key_Home);
+        for (int i = 0; i < unitsDown; ++i) {
+            pressKey(dialog, Qt::Key_Down);
+        }
+    }
+    void run(const std::function<void(QDialog&)>& drive, std::optional<QDateTime> date = {})
+    {
+        whileModal(drive, [&] { m_controller.runSheetWithDefaultDate(date, {u"backup-1"_s}); });
+    }
+
+    QDateTime m_now = local(2026, 6, 16, 10, 0);
+    FakeDelegate m_delegate;
+    RunActionsAtController m_controller{[this] {
+        return m_now;
+    }};
+};
+
+TEST_F(RunAtSheet, InModeCountsTheDelayFromTheNearestMinute)
+{
+    struct Case
+    {
+        QDateTime now;
+        QString delay;
+        int unitsDown; // from minutes: hours, days, weeks, months
+        QDateTime expected;
+    };
+    const Case cases[] = {
+        {local(2026, 6, 16, 10, 0, 45), u"2"_s, 1, local(2026, 6, 16, 12, 1)},
+        {local(2026, 6, 16, 10, 0, 30), u"5"_s, 0, local(2026, 6, 16, 10, 5)},
+        {local(2026, 1, 31, 10, 0), u"1"_s, 2, local(2026, 2, 1, 10, 0)},
+        {local(2026, 1, 31, 10, 0), u"1"_s, 3, local(2026, 2, 7, 10, 0)},
+        {local(2026, 1, 31, 10, 0), u"1"_s, 4, local(2026, 2, 28, 10, 0)},
+        {local(2028, 1, 31, 10, 0), u"1"_s, 4, local(2028, 2, 29, 10, 0)},
+        {local(2026, 6, 16, 10, 0), u"0"_s, 1, local(2026, 6, 16, 11, 0)},
+        {local(2026, 6, 16, 10, 0), u"10000"_s, 0, local(2026, 6, 16, 10, 1)},
+    };
+    for (const Case& c : cases) {
+        m_now = c.now;
+        run([&](QDialog& dialog) {
+            chooseDelay(dialog, c.delay, c.unitsDown);
+            click(dialog, "runButton");
+        });
+        ASSERT_FALSE(m_delegate.sent.isEmpty());
+        EXPECT_EQ(m_delegate.sent.last().second, c.expected) << c.delay.toStdString();
+    }
+    // The out-of-range delay was run as 1 and the field says so.
+    QDialog& sheet = *m_controller.window();
+    EXPECT_EQ(child<QLineEdit>(sheet, "inField")->text(), u"1"_s);
+
+    // An untagged unit counts minutes.
+    child<QComboBox>(sheet, "inScale")->setItemData(0, 0);
+    run([&](QDialog& dialog) {
+        chooseDelay(dialog, u"3"_s, 0);
+        pressKey(dialog, Qt::Key_Return);
+    });
+    EXPECT_EQ(m_delegate.sent.last().second, local(2026, 6, 16, 10, 3));
+}
+
+TEST_F(RunAtSheet, ADefaultDateTooSoonBecomesTwoHoursAfterTheStartOfThisHour)
+{
+    m_now = local(2026, 6, 16, 14, 37, 12);
+    run(
+        [&](QDialog& dialog) {
+            auto* picker = child<QDateTimeEdit>(dialog, "atPicker");
+            EXPECT_TRUE(child<QAbstractButton>(dialog, "atRadioButton")->isChecked());
+            EXPECT_TRUE(picker->isEnabled());
+            EXPECT_FALSE(child<QComboBox>(dialog, "inScale")->isEnabled());
+            EXPECT_EQ(picker->dateTime(), local(2026, 6, 16, 16, 0));
+            EXPECT_EQ(picker->text(), u"6/16/2026 4:00 PM"_s);
+            EXPECT_EQ(picker->minimumDateTime(), local(2026, 6, 16, 14, 37, 12));
+            saveImages(dialog, u"run-at-sheet"_s);
+            click(dialog, "runButton");
+        },
+        local(2026, 6, 16, 14, 38));
+    ASSERT_EQ(m_delegate.sent.size(), 1);
+    EXPECT_EQ(m_delegate.sent.at(0).second, local(2026, 6, 16, 16, 0));
+    EXPECT_TRUE(m_controller.actions().isEmpty());
+
+    // The arrow keys move between the modes; the delay typed before a cancel is kept, tidied,
+    // for the next time.
+    run([&](QDialog& dialog) {
+        auto* picker = child<QDateTimeEdit>(dialog, "atPicker");
+        EXPECT_EQ(dialog.focusWidget(), picker);
+        click(dialog, "atRadioButton");
+        pressKey(dialog, Qt::Key_Down);
+        EXPECT_TRUE(child<QAbstractButton>(dialog, "inRadioButton")->isChecked());
+        EXPECT_FALSE(picker->isEnabled());
+        EXPECT_TRUE(child<QComboBox>(dialog, "inScale")->isEnabled());
+        pressKey(dialog, Qt::Key_Tab);
+        EXPECT_EQ(dialog.focusWidget(), child<QLineEdit>(dialog, "inField"));
+        pressKey(dialog, Qt::Key_A, Qt::ControlModifier);
+        QTest::keyClicks(child<QLineEdit>(dialog, "inField"), u"007"_s);
+        click(dialog, "cancelButton");
+    });
+    EXPECT_EQ(m_delegate.sent.size(), 1);
+
+    // A date far enough ahead is kept, and brings back the "at" mode.
+    run(
+        [&](QDialog& dialog) {
+            EXPECT_EQ(child<QLineEdit>(dialog, "inField")->text(), u"7"_s);
+            EXPECT_FALSE(child<QLineEdit>(dialog, "inField")->isEnabled());
+            pressKey(dialog, Qt::Key_Return);
+        },
+        local(2026, 6, 18, 9, 30));
+    EXPECT_EQ(m_delegate.sent.last().second, local(2026, 6, 18, 9, 30));
+}
+
+TEST_F(RunAtSheet, ModalOfItsOwnOrASheetOnTheWindowAndOneFailingActionSparesTheOthers)
+{
+    run([&](QDialog& dialog) {
+        EXPECT_EQ(dialog.parentWidget(), nullptr);
+        EXPECT_EQ(dialog.windowModality(), Qt::ApplicationModal);
+        click(dialog, "cancelButton");
+    });
+    EXPECT_TRUE(m_delegate.sent.isEmpty());
+
+    const auto logger = RecordingLogger::install();
+    QWidget owner;
+    owner.show();
+    m_delegate.owner = &owner;
+    m_delegate.failing = u"backup-2"_s;
+    m_controller.runSheetWithDefaultDate(std::nullopt, {u"b-1"_s, u"backup-2"_s, u"b-3"_s});
+    QDialog& sheet = *m_controller.window();
+    EXPECT_TRUE(sheet.isVisible());
+    EXPECT_EQ(sheet.parentWidget(), &owner);
+    EXPECT_EQ(sheet.windowModality(), Qt::WindowModal);
+    chooseDelay(sheet, u"4"_s, 1);
+    click(sheet, "runButton");
+    Logger::releaseDefaultLogger();
+    EXPECT_FALSE(sheet.isVisible());
+    const QDateTime inFourHours = local(2026, 6, 16, 14, 0);
+    EXPECT_EQ(m_delegate.sent,
+              (QList<std::pair<QString, QDateTime>>{
+                  {u"b-1"_s, inFourHours}, {u"backup-2"_s, inFourHours}, {u"b-3"_s, inFourHours}}));
+    EXPECT_EQ(logger->classesOf(u"Could not schedule backup-2"_s), QList<int>{3});
+    EXPECT_FALSE(logger->messagesContaining(u"scheduler went away"_s).isEmpty());
+    m_delegate.owner = nullptr;
 }
