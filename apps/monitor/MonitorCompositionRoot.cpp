@@ -8,7 +8,6 @@
 #include "core/RecentArchives.h"
 #include "core/SessionCommandRequests.h"
 #include "core/SessionDesktopEvents.h"
-#include "core/UnavailableNotice.h"
 #include "core/UnavailableShutdownSheet.h"
 #include "core/UnavailableUpdateController.h"
 #include "core/WorkerPool.h"
@@ -31,6 +30,7 @@
 #include "references/BookmarkPath.h"
 #include "status/RecentCaptures.h"
 #include "status/RepositoryStatus.h"
+#include "statusmenu/HoldSchedulesUntilController.h"
 #include "tracking/CommandInfo.h"
 #include "tracking/ProgressServices.h"
 
@@ -111,17 +111,20 @@ std::unique_ptr<SchedulerClient> MonitorCompositionRoot::makeScheduler() const
             shared->refreshRunningApplications();
         }
     };
-    static UnavailableNotice s_dialogs;
     hooks.runHoldDialog = [] {
-        s_dialogs.say(QStringLiteral("The hold dialog"));
-    };
-    hooks.runRescheduleSheet = [](const QString&) {
-        s_dialogs.say(QStringLiteral("The run-at sheet"));
+        if (HoldSchedulesUntilController* hold =
+                HoldSchedulesUntilController::sharedHoldController()) {
+            hold->setHelpButtonHidden(true);
+            hold->runHoldDialog();
+        }
     };
     // A question to the scheduler never holds the menu up for longer than this.
     constexpr int kQueryTimeoutMs = 250;
-    return std::make_unique<MonitorDelegateScheduler>(std::move(hooks), &RelativeDate::now,
-                                                      kQueryTimeoutMs);
+    auto scheduler = std::make_unique<MonitorDelegateScheduler>(
+        std::move(hooks), &RelativeDate::now, kQueryTimeoutMs);
+    // The hold dialog asks and tells this scheduler client for the life of the process.
+    HoldSchedulesUntilController::setSharedScheduleControl(scheduler.get());
+    return scheduler;
 }
 
 std::unique_ptr<DesktopEvents>

@@ -1,8 +1,11 @@
 #include "core/MonitorActivityWindow.h"
 
 #include "activity/ActivityWindowController.h"
+#include "activity/CommandUmbrellaViewController.h"
 #include "core/MonitorApplicationDelegate.h"
+#include "foundation/RelativeDate.h"
 #include "preferences/ImpermanentValues.h"
+#include "statusmenu/RunActionsAtController.h"
 
 #include <QPointer>
 
@@ -114,7 +117,31 @@ bool MonitorActivityWindow::setActionToExecuteAt(const QString& actionID, double
 
 void MonitorActivityWindow::runRescheduleSheet(const QString& actionID)
 {
-    m_delegate.scheduler().runRescheduleSheet(actionID);
+    if (!m_rescheduleSheet) {
+        m_rescheduleSheet = std::make_unique<RunActionsAtController>(&RelativeDate::now);
+        m_rescheduleSheet->setDelegate(this);
+    }
+    m_rescheduleSheet->runSheetWithDefaultDate(std::nullopt, {actionID});
+}
+
+// The pane of the action tells the scheduler, and says so when it cannot be reached; a pane
+// gone meanwhile leaves the scheduler to be told directly.
+void MonitorActivityWindow::runAction(const QString& actionID, const QDateTime& at)
+{
+    const QList<CommandUmbrellaViewController*> panes = m_controller->orderedViewControllers();
+    const auto pane = std::find_if(panes.cbegin(), panes.cend(), [&actionID](const auto* each) {
+        return each->actionID() == actionID;
+    });
+    if (pane != panes.cend()) {
+        (*pane)->runAction(actionID, at);
+        return;
+    }
+    setActionToExecuteAt(actionID, RelativeDate::secondsSinceReferenceDate(at));
+}
+
+QWidget* MonitorActivityWindow::window()
+{
+    return m_controller->window();
 }
 
 void MonitorActivityWindow::runShutdownSheet(quint32 reason)

@@ -2,16 +2,20 @@
 
 #include "activity/ActivityWindowHost.h"
 #include "core/ActivityWindow.h"
+#include "statusmenu/RunActionsControllerDelegate.h"
 
 #include <memory>
 
 class ActivityWindowController;
 class MonitorApplicationDelegate;
+class RunActionsAtController;
 
 // The real activity window behind the core's seam: the window controller makes the panes, and
 // this object answers what the window asks of the application through the delegate.
 // Main thread only.
-class MonitorActivityWindow final : public ActivityWindow, public ActivityWindowHost
+class MonitorActivityWindow final : public ActivityWindow,
+                                    public ActivityWindowHost,
+                                    public RunActionsControllerDelegate
 {
 public:
     MonitorActivityWindow(MonitorApplicationDelegate& delegate, Factory factory);
@@ -47,8 +51,13 @@ public:
     void setImpermanentValue(const QVariant& value, const QString& key,
                              const QString& identifier) override;
 
+    // RunActionsControllerDelegate: the sheet that reschedules a stopped command's action.
+    void runAction(const QString& actionID, const QDateTime& at) override;
+    QWidget* window() override;
+
 private:
     MonitorApplicationDelegate& m_delegate;
     Factory m_factory;
     std::unique_ptr<ActivityWindowController> m_controller;
+    std::unique_ptr<RunActionsAtController> m_rescheduleSheet;
 };

@@ -38,7 +38,7 @@ MonitorDelegateScheduler::MonitorDelegateScheduler(Hooks hooks, Clock clock, int
     , m_queryTimeoutMs(queryTimeoutMs)
 {
     if (!m_hooks.showStatusItemStates || !m_hooks.refreshRunningApplications ||
-        !m_hooks.runHoldDialog || !m_hooks.runRescheduleSheet || !m_clock) {
+        !m_hooks.runHoldDialog || !m_clock) {
         throw std::invalid_argument("the scheduler client needs every one of its hooks");
     }
 }
@@ -290,11 +290,6 @@ void MonitorDelegateScheduler::setHoldTime(double seconds)
 bool MonitorDelegateScheduler::setActionToExecuteAt(const QString& actionID, double seconds)
 {
     return tell(QStringLiteral("setAction"), {actionID, seconds});
-}
-
-void MonitorDelegateScheduler::runRescheduleSheet(const QString& actionID)
-{
-    m_hooks.runRescheduleSheet(actionID);
 }
 
 void MonitorDelegateScheduler::holdSchedules(int halfHours)

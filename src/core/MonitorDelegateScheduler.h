@@ -29,8 +29,6 @@ public:
         std::function<void()> refreshRunningApplications;
         // Asks the user until when to hold every schedule.
         std::function<void()> runHoldDialog;
-        // Asks the user when to run the action again.
-        std::function<void(const QString& actionID)> runRescheduleSheet;
     };
     using Clock = std::function<QDateTime()>;
 
@@ -53,7 +51,6 @@ public:
     void initializeScheduler() override;
     std::optional<QVariantMap> queryNextScheduledActionInfo() override;
     bool setActionToExecuteAt(const QString& actionID, double seconds) override;
-    void runRescheduleSheet(const QString& actionID) override;
     bool connected() const override;
     std::optional<QDateTime> holdDate() const override;
     std::optional<QVariantList> queryActionsInfo() override;

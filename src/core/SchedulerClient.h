@@ -18,8 +18,6 @@ public:
     virtual std::optional<QVariantMap> queryNextScheduledActionInfo() = 0;
     // False when the scheduler could not be reached. Seconds since 2001-01-01; 0 for none.
     virtual bool setActionToExecuteAt(const QString& actionID, double seconds) = 0;
-    // Asks the user when to run the action again.
-    virtual void runRescheduleSheet(const QString& actionID) = 0;
 
     // Whether the scheduler is published now.
     virtual bool connected() const = 0;

@@ -11,11 +11,6 @@ bool UnavailableScheduler::setActionToExecuteAt(const QString&, double)
     return false;
 }
 
-void UnavailableScheduler::runRescheduleSheet(const QString&)
-{
-    m_notice.say(QStringLiteral("Rescheduling an action"));
-}
-
 void UnavailableScheduler::holdSchedules(int)
 {
     m_notice.say(QStringLiteral("Holding schedules"));

@@ -11,7 +11,6 @@ public:
     void initializeScheduler() override;
     std::optional<QVariantMap> queryNextScheduledActionInfo() override { return std::nullopt; }
     bool setActionToExecuteAt(const QString& actionID, double seconds) override;
-    void runRescheduleSheet(const QString& actionID) override;
     bool connected() const override { return false; }
     std::optional<QDateTime> holdDate() const override { return std::nullopt; }
     std::optional<QVariantList> queryActionsInfo() override { return std::nullopt; }
