@@ -26,36 +26,30 @@ class SomethingElse : public CommandInfo
 TEST(CommandInfoTest, TheTablesKeepTheirIrregularRowsAndClassesAreFoundOnlyHere)
 {
     const QString repository = u"RepositoryCommandMessaging"_s;
-    const struct
-    {
-        QString name;
-        const char* displayName;
-        const char* className; // null: none
-        QString protocol;
-        bool privileged;
-    } rows[] = {
+    const QString plain = u"CommandMessaging"_s;
+    // Name, display name, class name (null: none), protocol, whether it needs privileges.
+    const std::tuple<QString, const char*, const char*, QString, bool> rows[] = {
         {u"correction"_s, "Inflate", "CorrectionCommand", u"CorrectionCommandMessaging"_s, false},
         {u"erase"_s, "Delete", "DeleteItemCommand", u"DeleteItemCommandMessaging"_s, false},
         {u"delete"_s, "Delete", "DeleteLayerCommand", repository, false},
         {u"create"_s, "Create", "CreateRepositoryCommand", u"CreateRepositoryCommandMessaging"_s,
          false},
         {u"verify"_s, "Verify", "VerifyCommand", repository, false},
-        {u"open"_s, "Open", nullptr, u"CommandMessaging"_s, false},
+        {u"open"_s, "Open", nullptr, plain, false},
         {u"capture"_s, "Capture", "CaptureCommand", u"CaptureCommandMessaging"_s, true},
         {u"install"_s, "Install", "InstallCommand", u"InstallCommandMessaging"_s, true},
-        {u"nonsense"_s, "Command", nullptr, u"CommandMessaging"_s, false},
-        {u"Capture"_s, "Command", nullptr, u"CommandMessaging"_s, false},
-        {QString(), "Command", nullptr, u"CommandMessaging"_s, false},
+        {u"nonsense"_s, "Command", nullptr, plain, false},
+        {u"Capture"_s, "Command", nullptr, plain, false},
+        {QString(), "Command", nullptr, plain, false},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name.toStdString());
-        EXPECT_EQ(CommandInfo::humanReadableNameForCommandName(row.name),
-                  QString::fromLatin1(row.displayName));
-        EXPECT_EQ(CommandInfo::classNameForCommandName(row.name),
-                  row.className ? QString::fromLatin1(row.className) : QString());
-        EXPECT_EQ(CommandInfo::classNameForCommandName(row.name).isNull(), !row.className);
-        EXPECT_EQ(CommandInfo::protocolForName(row.name), row.protocol);
-        EXPECT_EQ(CommandInfo::commandNeedsPrivileges(row.name), row.privileged);
+    for (const auto& [name, displayName, className, protocol, privileged] : rows) {
+        SCOPED_TRACE(name.toStdString());
+        EXPECT_EQ(CommandInfo::humanReadableNameForCommandName(name),
+                  QString::fromLatin1(displayName));
+        EXPECT_EQ(CommandInfo::classNameForCommandName(name), QString::fromLatin1(className));
+        EXPECT_EQ(CommandInfo::classNameForCommandName(name).isNull(), !className);
+        EXPECT_EQ(CommandInfo::protocolForName(name), protocol);
+        EXPECT_EQ(CommandInfo::commandNeedsPrivileges(name), privileged);
     }
     // A named class is found only when this process has it.
     qRegisterMetaType<DumpCommand*>();
@@ -95,10 +89,11 @@ TEST(CommandInfoTest, ScriptsAreRecognisedByTheHelpersExtensions)
     WTUserPreferences::sharedPreferences().setValue(
         u"scpt:applescript"_s, u"KSOSAScriptExtensions"_s, WTUserPreferences::kHelperDomain);
 
-    EXPECT_TRUE(CommandInfo::fileIsOSAScript(u"/x/prolog.scpt"_s));
-    EXPECT_TRUE(CommandInfo::fileIsOSAScript(u"/x/epilog.applescript"_s));
-    for (const QString& path : {u"/x/prolog.sh"_s, u"/x/scpt"_s, u"/x/prolog."_s}) {
-        EXPECT_FALSE(CommandInfo::fileIsOSAScript(path)) << path.toStdString();
+    for (const auto& [path, isScript] :
+         {std::pair(u"/x/prolog.scpt"_s, true), std::pair(u"/x/epilog.applescript"_s, true),
+          std::pair(u"/x/prolog.sh"_s, false), std::pair(u"/x/scpt"_s, false),
+          std::pair(u"/x/prolog."_s, false)}) {
+        EXPECT_EQ(CommandInfo::fileIsOSAScript(path), isScript) << path.toStdString();
     }
 }
 

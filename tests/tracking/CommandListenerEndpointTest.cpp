@@ -1,32 +1,21 @@
 #include "tracking/CommandListenerEndpoint.h"
 
-#include "PeerBus.h"
-#include "RecordingLogger.h"
+#include "CommandPeerFixture.h"
 #include "errors/ExceptionArchive.h"
-#include "exception/KSException.h"
 #include "foundation/KeyedArchive.h"
-#include "messaging/MessagingThread.h"
 #include "support/PrivateBus.h"
-#include "tracking/CommandListener.h"
-#include "tracking/CommandListenerService.h"
 
-#include <QDBusMessage>
 #include <QDBusPendingCall>
 #include <QTest>
-#include <gtest/gtest.h>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 [[maybe_unused]] const bool s_privateBus = (PrivateBus::use(), true);
 
-const QString kListenerInterface = u"com.kestrom.CommandListenerMessaging"_s;
-
-// Keeps what reaches it, in order, and on which thread.
+// Keeps what reaches it, in order, and whether all of it reached the main thread.
 class ProbeListener : public CommandListener
 {
-    Q_OBJECT
-
 public:
     void commandDidStart() override
     {
@@ -53,42 +42,27 @@ private:
     void record(const QString& event)
     {
         events.append(event);
-        onMainThread =
-            onMainThread && QThread::currentThread() == QCoreApplication::instance()->thread();
+        onMainThread = onMainThread && QThread::currentThread() == qApp->thread();
     }
 };
 } // namespace
 
-// The command is played by a second connection of this process, so every message really
-// crosses the bus into the listener's served object on the messaging thread.
-class CommandListenerEndpointTest : public ::testing::Test
+// The peer sends what a command sends, so every message really crosses the bus into the
+// listener's served object on the messaging thread.
+class CommandListenerEndpointTest : public CommandPeerFixture
 {
 protected:
     void SetUp() override
     {
-        ASSERT_TRUE(MessagingThread::instance().connection().isConnected())
-            << "no session bus: run the tests through scripts/headless";
-        m_log = RecordingLogger::install();
-        m_listener = std::make_shared<ProbeListener>();
-        m_service.addListener(m_listener, u"cmd-endpoint"_s);
-        m_endpoint = m_listener->endpoint();
-        ASSERT_FALSE(m_endpoint.isNone());
-    }
-
-    void TearDown() override
-    {
-        m_service.removeAllListeners();
-        m_listener.reset();
-        QCoreApplication::processEvents();
-        Logger::releaseDefaultLogger();
+        ASSERT_NO_FATAL_FAILURE(CommandPeerFixture::SetUp());
+        service().addListener(m_listener, u"cmd-endpoint"_s);
+        m_listenerEndpoint = m_listener->endpoint();
+        ASSERT_FALSE(m_listenerEndpoint.isNone());
     }
 
     QDBusMessage message(const QString& member, const QVariantList& arguments = {}) const
     {
-        QDBusMessage call = QDBusMessage::createMethodCall(m_endpoint.service(), m_endpoint.path(),
-                                                           kListenerInterface, member);
-        call.setArguments(arguments);
-        return call;
+        return listenerMessage(m_listenerEndpoint, member, arguments);
     }
 
     // One-way, as commands send these.
@@ -99,17 +73,10 @@ protected:
 
     // Blocks this thread without running its event loop: once answered, every earlier message
     // of the peer has been handled on the messaging thread, and nothing of it has run here.
-    void ping()
-    {
-        const QDBusMessage reply = m_peer.bus().call(message(u"doNothingButReply"_s), QDBus::Block);
-        ASSERT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();
-    }
+    QDBusMessage ping() { return m_peer.bus().call(message(u"doNothingButReply"_s), QDBus::Block); }
 
-    PeerBus m_peer{u"peer-endpoint"_s};
-    std::shared_ptr<RecordingLogger> m_log;
-    CommandListenerService m_service;
-    std::shared_ptr<ProbeListener> m_listener;
-    Endpoint m_endpoint;
+    std::shared_ptr<ProbeListener> m_listener = std::make_shared<ProbeListener>();
+    Endpoint m_listenerEndpoint;
 };
 
 // Progress that does not decode to a dictionary is logged and dropped on the way.
@@ -123,14 +90,14 @@ TEST_F(CommandListenerEndpointTest, StartAndDecodableProgressReachTheMainThreadI
     send(u"progressUpdate"_s, {QByteArray("\xff\x01garbage")});
     send(u"progressUpdate"_s, {KeyedArchive::archivedData(QVariantList{u"not a dictionary"_s})});
     send(u"progressUpdate"_s, {KeyedArchive::archivedData(sent)});
-    ping();
+    ASSERT_EQ(ping().type(), QDBusMessage::ReplyMessage);
     EXPECT_TRUE(m_listener->events.isEmpty()) << "queued, not run on the messaging thread";
 
     ASSERT_TRUE(QTest::qWaitFor([&] { return m_listener->progress.size() == 1; }, 30000));
     EXPECT_EQ(m_listener->events, (QStringList{u"start"_s, u"progress"_s}));
     EXPECT_TRUE(m_listener->onMainThread);
     EXPECT_EQ(m_log->classesOf(u"undecodable progress update"_s), (QList<int>{4, 4}));
-    EXPECT_EQ(m_endpoint.service(), MessagingThread::instance().uniqueName());
+    EXPECT_EQ(m_listenerEndpoint.service(), MessagingThread::instance().uniqueName());
 
     const QVariantMap received = m_listener->progress.first();
     EXPECT_EQ(received.keys(), sent.keys());
@@ -140,15 +107,16 @@ TEST_F(CommandListenerEndpointTest, StartAndDecodableProgressReachTheMainThreadI
         << "the null object stays the null object";
 }
 
-TEST_F(CommandListenerEndpointTest, TheStopIsAnsweredOnceHandledAndTheGoneListenerIsNoLongerServed)
+// Only real exception data is a failure; data that cannot be read at all still ends the
+// command. A later stop replaces the earlier one's exception.
+TEST_F(CommandListenerEndpointTest, AStopIsAnsweredOnceHandledAndItsDataIsAnExceptionOrNothing)
 {
     send(u"commandStarted"_s);
     const QByteArray data =
         ExceptionArchive::dataForException(KSException(u"IO"_s, u"disk full"_s));
-
     QDBusPendingCall stop =
         m_peer.bus().asyncCall(message(u"commandStoppedWithExceptionData"_s, {data}));
-    ping();
+    ASSERT_EQ(ping().type(), QDBusMessage::ReplyMessage);
     // The messaging thread has taken the stop and answered the later ping, while this thread
     // has not run: the stop's answer is still held back.
     EXPECT_FALSE(stop.isFinished());
@@ -160,45 +128,33 @@ TEST_F(CommandListenerEndpointTest, TheStopIsAnsweredOnceHandledAndTheGoneListen
     ASSERT_NE(m_listener->exception(), nullptr);
     EXPECT_EQ(m_listener->exception()->name(), u"IO"_s);
     EXPECT_EQ(m_listener->exception()->reason(), u"disk full"_s);
-    EXPECT_FALSE(m_service.hasListenerForCommandIdentifier(u"cmd-endpoint"_s))
+    EXPECT_FALSE(service().hasListenerForCommandIdentifier(u"cmd-endpoint"_s))
         << "a stopped command's listener stops listening";
+
+    // Data, the exception's name it ends with (empty: success) and the line it logs.
+    const std::tuple<QByteArray, const char*, const char*> stops[] = {
+        {QByteArray("not an archive"), "Bug", "undecodable exception data from command"},
+        {QByteArray(), "", nullptr},
+        {KeyedArchive::archivedData(u"words"_s), "", "exception object was actually"},
+    };
+    qsizetype count = 1;
+    for (const auto& [stopData, name, logged] : stops) {
+        SCOPED_TRACE(count);
+        send(u"commandStoppedWithExceptionData"_s, {stopData}); // one-way: nobody waits
+        ++count;
+        ASSERT_TRUE(
+            QTest::qWaitFor([&] { return m_listener->events.count(u"stop"_s) == count; }, 30000));
+        EXPECT_EQ(m_listener->exception() ? m_listener->exception()->name() : QString(),
+                  QString::fromLatin1(name));
+        if (logged) {
+            EXPECT_EQ(m_log->linesContaining(QString::fromLatin1(logged)).size(), 1);
+        }
+    }
 
     // The served object only holds the listener weakly: once gone, it is no longer served.
     const std::weak_ptr<ProbeListener> weak = m_listener;
     m_listener.reset();
     QCoreApplication::processEvents();
     ASSERT_TRUE(weak.expired());
-    const QDBusMessage reply = m_peer.bus().call(message(u"doNothingButReply"_s), QDBus::Block);
-    EXPECT_EQ(reply.type(), QDBusMessage::ErrorMessage) << "no longer served";
+    EXPECT_EQ(ping().type(), QDBusMessage::ErrorMessage) << "no longer served";
 }
-
-// Only real exception data is a failure; data that cannot be read at all still ends the
-// command. A later stop replaces the earlier one's exception.
-TEST_F(CommandListenerEndpointTest, StopDataIsAnExceptionNothingOrAnInternalError)
-{
-    const struct
-    {
-        QByteArray data;
-        const char* name; // empty: success
-        const char* logged;
-    } cases[] = {
-        {QByteArray("not an archive"), "Bug", "undecodable exception data from command"},
-        {QByteArray(), "", nullptr},
-        {KeyedArchive::archivedData(u"words"_s), "", "exception object was actually"},
-    };
-    qsizetype stops = 0;
-    for (const auto& c : cases) {
-        SCOPED_TRACE(stops);
-        send(u"commandStoppedWithExceptionData"_s, {c.data}); // one-way: nobody waits
-        ++stops;
-        ASSERT_TRUE(
-            QTest::qWaitFor([&] { return m_listener->events.count(u"stop"_s) == stops; }, 30000));
-        EXPECT_EQ(m_listener->exception() ? m_listener->exception()->name() : QString(),
-                  QString::fromLatin1(c.name));
-        if (c.logged) {
-            EXPECT_EQ(m_log->linesContaining(QString::fromLatin1(c.logged)).size(), 1);
-        }
-    }
-}
-
-#include "CommandListenerEndpointTest.moc"

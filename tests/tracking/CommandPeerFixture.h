@@ -3,8 +3,11 @@
 #include "FakeCommand.h"
 #include "PeerBus.h"
 #include "RecordingLogger.h"
+#include "exception/KSException.h"
 #include "messaging/MessagingThread.h"
 #include "tracking/CommandListenerService.h"
+#include "tracking/CommandManager.h"
+#include "tracking/CommandOnXPCConnection.h"
 
 #include <QCoreApplication>
 #include <gtest/gtest.h>
@@ -40,6 +43,36 @@ protected:
         drainMainQueue();
         QCoreApplication::processEvents();
         Logger::releaseDefaultLogger();
+    }
+
+    // "name: reason" of the exception the work raised; empty when it raised none.
+    template <typename Work> static QString raised(Work work)
+    {
+        try {
+            work();
+        } catch (const KSException& exception) {
+            return exception.name() + QStringLiteral(": ") + exception.reason();
+        }
+        return {};
+    }
+
+    // Connected the way the monitor connects a manager to a command it tracks.
+    template <typename Manager>
+    std::shared_ptr<Manager> connected(std::shared_ptr<Manager> manager, const QString& identifier)
+    {
+        manager->connectToCommand(std::make_shared<CommandOnXPCConnection>(
+            QStringLiteral("capture"), m_endpoint, identifier));
+        return manager;
+    }
+
+    // Told of a command that is not there, giving up at once. The manager is registered before
+    // the command is told, so the failure leaves it registered and connected to nobody.
+    void connectToNothing(CommandManager& manager, const QString& identifier)
+    {
+        auto connection = std::make_shared<CommandOnXPCConnection>(QStringLiteral("capture"),
+                                                                   m_peer.nowhere(), identifier);
+        connection->setTolerance(0);
+        EXPECT_THROW(manager.connectToCommand(connection), KSException);
     }
 
     PeerBus m_peer{QStringLiteral("peer-command")};

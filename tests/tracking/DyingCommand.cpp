@@ -6,7 +6,6 @@
 
 #include <QCoreApplication>
 #include <QDBusConnection>
-#include <QDBusMessage>
 #include <QTimer>
 #include <cstdio>
 
@@ -32,14 +31,11 @@ int main(int argc, char** argv)
             return;
         }
         poll.stop();
-        const auto call = [&](const QString& member) {
-            return QDBusMessage::createMethodCall(arguments.at(1), arguments.at(2),
-                                                  u"com.kestrom.CommandListenerMessaging"_s,
-                                                  member);
-        };
-        bus.send(call(u"commandStarted"_s));
-        bus.send(call(u"progressUpdate"_s)
-                 << KeyedArchive::archivedData(QVariantMap{{u"task"_s, u"Capturing"_s}}));
+        const Endpoint listener(arguments.at(1), arguments.at(2));
+        bus.send(listenerMessage(listener, u"commandStarted"_s));
+        bus.send(listenerMessage(
+            listener, u"progressUpdate"_s,
+            {KeyedArchive::archivedData(QVariantMap{{u"task"_s, u"Capturing"_s}})}));
     });
     poll.start(10);
     return QCoreApplication::exec();

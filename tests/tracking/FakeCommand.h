@@ -1,10 +1,12 @@
 #pragma once
 
+#include "messaging/Endpoint.h"
 #include "messaging/NilableString.h"
 #include "messaging/ServedObject.h"
 
 #include <QByteArray>
 #include <QDBusAbstractAdaptor>
+#include <QDBusMessage>
 #include <QHash>
 #include <QMutex>
 #include <QStringList>
@@ -130,4 +132,15 @@ inline FakeCommand::FakeCommand(const QString& name)
 {
     m_answers.name = name;
     new FakeRepositoryCommandAdaptor(this);
+}
+
+// A report to a listener's endpoint, as a command sends it.
+inline QDBusMessage listenerMessage(const Endpoint& listener, const QString& member,
+                                    const QVariantList& arguments = {})
+{
+    QDBusMessage message = QDBusMessage::createMethodCall(
+        listener.service(), listener.path(), QStringLiteral("com.kestrom.CommandListenerMessaging"),
+        member);
+    message.setArguments(arguments);
+    return message;
 }

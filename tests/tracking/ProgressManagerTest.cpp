@@ -5,12 +5,15 @@
 #include "tracking/ProgressServices.h"
 
 #include <QSignalSpy>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdexcept>
 
 using namespace Qt::StringLiterals;
 
 namespace {
+const QVariant kNull = QVariant::fromValue(nullptr);
+
 // Pixels whose every byte says where it is, so a misplaced row or channel shows.
 QByteArray iconPixels(int side)
 {
@@ -27,109 +30,96 @@ QByteArray iconPixels(int side)
 class ProgressInterpretationTest : public ::testing::Test
 {
 protected:
-    static QVariant nullObject() { return QVariant::fromValue(nullptr); }
-    void send(const QVariantMap& progress) { m_manager->commandProgressDidUpdate(progress); }
+    // What a pane shows: the primary description, verb, item and run time, the run time as
+    // reported, then the states that hold.
+    QString shown() const
+    {
+        const ProgressManager& manager = *m_manager;
+        QString shown = QStringList{manager.primaryDescription(), manager.altDescriptionVerb(),
+                                    manager.altDescriptionName(), manager.displayRunTime(),
+                                    QString::number(manager.reportedRunTime())}
+                            .join(u'|');
+        for (const auto& [state, holds] :
+             {std::pair(u" alt"_s, manager.showingAlternateDescription()),
+              std::pair(u" working"_s, manager.commandIsWorking()),
+              std::pair(u" paused"_s, manager.commandPaused())}) {
+            shown += holds ? state : QString();
+        }
+        return shown;
+    }
+    QString shownAfter(const QVariantMap& progress)
+    {
+        m_manager->commandProgressDidUpdate(progress);
+        return shown();
+    }
 
     std::shared_ptr<ProgressManager> m_manager = std::make_shared<ProgressManager>();
 };
 
 TEST_F(ProgressInterpretationTest, NullValuesCountAsAbsentAndOnlyRealChangesAreAnnounced)
 {
-    EXPECT_EQ(m_manager->displayRunTime(), QString());
+    EXPECT_EQ(shown(), u"||||0"_s);
     QSignalSpy task(m_manager.get(), &ProgressManager::primaryDescriptionChanged);
     QSignalSpy working(m_manager.get(), &ProgressManager::commandIsWorkingChanged);
-    send({{u"task"_s, u"Copying"_s}, {u"verb"_s, u"Copying"_s}, {u"icon"_s, 7}, {u"time"_s, 12.9}});
+    shownAfter(
+        {{u"task"_s, u"Copying"_s}, {u"verb"_s, u"Copying"_s}, {u"icon"_s, 7}, {u"time"_s, 12.9}});
     QSignalSpy runTime(m_manager.get(), &ProgressManager::displayRunTimeChanged);
-    send({{u"task"_s, u"Copying"_s}, {u"time"_s, 12}});
+    shownAfter({{u"task"_s, u"Copying"_s}, {u"time"_s, 12}});
 
-    QVariantMap nulls;
-    for (const QString& key : {u"task"_s, u"verb"_s, u"icon"_s, u"wait"_s, u"paws"_s, u"time"_s}) {
-        nulls.insert(key, nullObject());
-    }
-    send(nulls);
-
-    EXPECT_EQ(m_manager->primaryDescription(), u"Copying"_s);
-    EXPECT_EQ(m_manager->altDescriptionVerb(), u"Copying"_s);
+    EXPECT_EQ(shownAfter({{u"task"_s, kNull},
+                          {u"verb"_s, kNull},
+                          {u"icon"_s, kNull},
+                          {u"wait"_s, kNull},
+                          {u"paws"_s, kNull},
+                          {u"time"_s, kNull}}),
+              u"Copying|Copying||00:12|12 working"_s)
+        << "fractions dropped";
     EXPECT_EQ(m_manager->altDescriptionIconValue(), QVariant(7));
-    EXPECT_FALSE(m_manager->commandPaused());
-    EXPECT_EQ(m_manager->reportedRunTime(), 12) << "fractions dropped";
-    EXPECT_EQ(m_manager->displayRunTime(), u"00:12"_s);
-    EXPECT_TRUE(m_manager->commandIsWorking());
-    EXPECT_EQ(task.count(), 1);
-    EXPECT_EQ(working.count(), 1);
-    EXPECT_EQ(runTime.count(), 0);
+    EXPECT_EQ((QList<qsizetype>{task.count(), working.count(), runTime.count()}),
+              (QList<qsizetype>{1, 1, 0}));
 }
 
-TEST_F(ProgressInterpretationTest, AltShowsAndHidesTheAlternateLineAndANullItemClearsIt)
+// "alt" shows and hides the alternate line; "wait" shows waiting until "run", which wins in the
+// same dictionary; "paws" shows Paused with the negated time until "time" restores the task.
+TEST_F(ProgressInterpretationTest, EachKeyMovesThePaneAsTheCommandMeansIt)
 {
-    QSignalSpy spy(m_manager.get(), &ProgressManager::showingAlternateDescriptionChanged);
-    send({{u"alt"_s, true}});
-    send({{u"alt"_s, nullObject()}});
-    EXPECT_FALSE(m_manager->showingAlternateDescription());
-    EXPECT_EQ(spy.count(), 2);
+    const std::pair<QVariantMap, const char*> steps[] = {
+        {{{u"alt"_s, true}}, "||||0 alt"},
+        {{{u"alt"_s, kNull}}, "||||0"},
+        {{{u"run"_s, true}}, "|||00:00|0 working"},
+        {{{u"wait"_s, true}}, "|||waiting|0"},
+        {{{u"wait"_s, false}}, "|||waiting|0"},
+        {{{u"run"_s, true}}, "|||00:00|0 working"},
+        {{{u"wait"_s, true}, {u"run"_s, true}}, "|||00:00|0 working"},
+        {{{u"task"_s, u"Copying files"_s}, {u"time"_s, 10}}, "Copying files|||00:10|10 working"},
+        {{{u"paws"_s, 30}, {u"alt"_s, false}, {u"run"_s, true}}, "Paused|||-00:30|-30 alt paused"},
+        {{{u"paws"_s, 25}, {u"task"_s, u"Verifying"_s}}, "Paused|||-00:25|-25 alt paused"},
+        {{{u"time"_s, 95}}, "Verifying|||01:35|95 alt working"},
+    };
+    QSignalSpy alt(m_manager.get(), &ProgressManager::showingAlternateDescriptionChanged);
+    QSignalSpy task(m_manager.get(), &ProgressManager::primaryDescriptionChanged);
+    for (const auto& [progress, shown] : steps) {
+        EXPECT_EQ(shownAfter(progress), QString::fromLatin1(shown))
+            << progress.keys().join(u',').toStdString();
+    }
+    EXPECT_EQ(alt.count(), 3);
+    EXPECT_EQ(task.count(), 3) << "Copying files, Paused, Verifying: never the task while paused";
+}
 
-    send({{u"verb"_s, u"Capturing"_s},
-          {u"item"_s, u"Letters.txt"_s},
-          {u"icon"_s, iconPixels(16)},
-          {u"alt"_s, true}});
-    ASSERT_EQ(m_manager->altDescriptionName(), u"Letters.txt"_s);
-    ASSERT_TRUE(m_manager->showingAlternateDescription());
-    QSignalSpy iconSpy(m_manager.get(), &ProgressManager::altDescriptionIconChanged);
+// A null item clears the verb, the item, the icon and the alternate line.
+TEST_F(ProgressInterpretationTest, ANullItemClearsTheAlternateLine)
+{
+    EXPECT_EQ(shownAfter({{u"verb"_s, u"Capturing"_s},
+                          {u"item"_s, u"Letters.txt"_s},
+                          {u"icon"_s, iconPixels(16)},
+                          {u"alt"_s, true}}),
+              u"|Capturing|Letters.txt||0 alt"_s);
+    QSignalSpy icon(m_manager.get(), &ProgressManager::altDescriptionIconChanged);
 
-    send({{u"item"_s, nullObject()}, {u"alt"_s, true}});
-
-    EXPECT_EQ(m_manager->altDescriptionVerb(), QString());
-    EXPECT_EQ(m_manager->altDescriptionName(), QString());
+    EXPECT_EQ(shownAfter({{u"item"_s, kNull}, {u"alt"_s, true}}), u"||||0"_s);
     EXPECT_FALSE(m_manager->altDescriptionIconValue().isValid());
     EXPECT_TRUE(m_manager->altDescriptionIcon().isNull());
-    EXPECT_FALSE(m_manager->showingAlternateDescription());
-    EXPECT_EQ(iconSpy.count(), 1);
-}
-
-TEST_F(ProgressInterpretationTest, WaitShowsWaitingUntilRunWhichWinsInTheSameDictionary)
-{
-    const struct
-    {
-        QVariantMap progress;
-        const char* runTime;
-        bool working;
-    } steps[] = {
-        {{{u"run"_s, true}}, "00:00", true},
-        {{{u"wait"_s, true}}, "waiting", false},
-        {{{u"wait"_s, false}}, "waiting", false},
-        {{{u"run"_s, true}}, "00:00", true},
-        {{{u"wait"_s, true}, {u"run"_s, true}}, "00:00", true},
-    };
-    for (const auto& step : steps) {
-        send(step.progress);
-        EXPECT_EQ(m_manager->displayRunTime(), QString::fromLatin1(step.runTime));
-        EXPECT_EQ(m_manager->commandIsWorking(), step.working) << step.runTime;
-    }
-}
-
-TEST_F(ProgressInterpretationTest, PawsShowsPausedWithTheNegatedTimeUntilTimeRestoresTheTask)
-{
-    send({{u"task"_s, u"Copying files"_s}, {u"time"_s, 10}});
-    send({{u"paws"_s, 30}, {u"alt"_s, false}, {u"run"_s, true}});
-
-    EXPECT_TRUE(m_manager->commandPaused());
-    EXPECT_EQ(m_manager->primaryDescription(), u"Paused"_s);
-    EXPECT_EQ(m_manager->reportedRunTime(), -30);
-    EXPECT_EQ(m_manager->displayRunTime(), u"-00:30"_s);
-    EXPECT_TRUE(m_manager->showingAlternateDescription());
-    EXPECT_FALSE(m_manager->commandIsWorking());
-
-    QSignalSpy spy(m_manager.get(), &ProgressManager::primaryDescriptionChanged);
-    send({{u"paws"_s, 25}, {u"task"_s, u"Verifying"_s}});
-    EXPECT_EQ(m_manager->displayRunTime(), u"-00:25"_s);
-    EXPECT_EQ(m_manager->primaryDescription(), u"Paused"_s);
-    EXPECT_EQ(spy.count(), 0);
-
-    send({{u"time"_s, 95}});
-    EXPECT_FALSE(m_manager->commandPaused());
-    EXPECT_EQ(m_manager->primaryDescription(), u"Verifying"_s);
-    EXPECT_EQ(m_manager->displayRunTime(), u"01:35"_s);
-    EXPECT_TRUE(m_manager->commandIsWorking());
+    EXPECT_EQ(icon.count(), 1);
 }
 
 TEST(IconTest, RGBADataOfTheFourSizesBecomesASquareImageAndOtherLengthsAreRefused)
@@ -148,12 +138,9 @@ TEST(IconTest, RGBADataOfTheFourSizesBecomesASquareImageAndOtherLengthsAreRefuse
             EXPECT_EQ(image.pixelColor(point), QColor(at(0), at(1), at(2), at(3))) << side;
         }
     }
-    try {
-        IconUtilities::imageFromRGBAData(QByteArray(1000, '\0'));
-        FAIL() << "no error for 1000 bytes";
-    } catch (const std::logic_error& error) {
-        EXPECT_STREQ(error.what(), "invalid icon data object length (1000 bytes)");
-    }
+    EXPECT_THAT([] { IconUtilities::imageFromRGBAData(QByteArray(1000, '\0')); },
+                testing::ThrowsMessage<std::logic_error>(
+                    testing::StrEq("invalid icon data object length (1000 bytes)")));
     EXPECT_THROW(IconUtilities::imageFromRGBAData(QByteArray()), std::logic_error);
     EXPECT_THROW(IconUtilities::imageFromRGBAData(QByteArray(4 * 48 * 48, '\0')), std::logic_error);
 
@@ -189,14 +176,15 @@ TEST(IconTest, ASystemIconNumberIsLookedUpOnceUntilTheValueChanges)
     });
     const auto manager = std::make_shared<ProgressManager>();
     QSignalSpy spy(manager.get(), &ProgressManager::altDescriptionIconChanged);
+    const auto colourAfter = [&](int icon) {
+        manager->commandProgressDidUpdate({{u"icon"_s, icon}});
+        return manager->altDescriptionIcon().pixelColor(0, 0);
+    };
 
-    manager->commandProgressDidUpdate({{u"icon"_s, 0}});
-    EXPECT_EQ(manager->altDescriptionIcon().pixelColor(0, 0), QColor(4, 0, 0));
-    manager->commandProgressDidUpdate({{u"icon"_s, 0}});
-    manager->altDescriptionIcon();
+    EXPECT_EQ(colourAfter(0), QColor(4, 0, 0));
+    EXPECT_EQ(colourAfter(0), QColor(4, 0, 0));
     EXPECT_EQ(lookups, QList<int>{4});
-    manager->commandProgressDidUpdate({{u"icon"_s, -240}});
-    EXPECT_EQ(manager->altDescriptionIcon().pixelColor(0, 0), QColor(14, 0, 0));
+    EXPECT_EQ(colourAfter(-240), QColor(14, 0, 0));
     ProgressServices::setSystemIconTable({});
     EXPECT_EQ(lookups, (QList<int>{4, 14}));
     EXPECT_EQ(spy.count(), 2);
