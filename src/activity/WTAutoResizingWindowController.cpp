@@ -118,23 +118,34 @@ void WTAutoResizingWindowController::checkSize()
     if (document < visible || !m_windowSizeSticky) {
         return; // never shrinks by itself
     }
-    const int growth = document - visible;
-    if (growth < 1) {
-        return;
-    }
-    QRect frame = m_window->geometry();
-    frame.setHeight(frame.height() + growth); // the top edge stays
     // The frame with its title bar stays on screen, not just the inside: a title bar above
     // the screen could not be grabbed any more.
     const QRect area = m_availableArea(m_window).marginsRemoved(m_frameMargins(m_window));
-    if (frame.bottom() > area.bottom()) {
-        frame.moveBottom(area.bottom());
-        if (frame.top() < area.top()) {
-            frame.setTop(area.top());
-            frame.setBottom(area.bottom());
-            m_windowSizeSticky = false;
+    const std::optional<Growth> grown =
+        grownFrame(QRectF(m_window->geometry()), qreal(document - visible), QRectF(area));
+    if (!grown) {
+        return;
+    }
+    m_windowSizeSticky = grown->sticky;
+    m_frameSet = grown->frame.toRect();
+    m_window->setGeometry(m_frameSet);
+}
+
+std::optional<WTAutoResizingWindowController::Growth>
+WTAutoResizingWindowController::grownFrame(const QRectF& frame, qreal growth, const QRectF& area)
+{
+    if (growth < kMinimumGrowth) {
+        return std::nullopt;
+    }
+    Growth grown{frame, true};
+    grown.frame.setHeight(frame.height() + growth);
+    if (grown.frame.bottom() > area.bottom()) {
+        grown.frame.moveBottom(area.bottom());
+        if (grown.frame.top() < area.top()) {
+            grown.frame.setTop(area.top());
+            grown.frame.setBottom(area.bottom());
+            grown.sticky = false;
         }
     }
-    m_frameSet = frame;
-    m_window->setGeometry(frame);
+    return grown;
 }

@@ -4,8 +4,10 @@
 #include <QObject>
 #include <QPointer>
 #include <QRect>
+#include <QRectF>
 #include <QScrollArea>
 #include <functional>
+#include <optional>
 
 class QWidget;
 
@@ -22,6 +24,20 @@ public:
     // The window manager's frame around the window (title bar, borders); defaults to what the
     // window reports.
     using FrameMargins = std::function<QMargins(const QWidget* window)>;
+
+    // Growth below this many points leaves the window as it is.
+    static constexpr qreal kMinimumGrowth = 1.0;
+
+    struct Growth
+    {
+        QRectF frame;
+        // False once the window fills the area: it stops following its document.
+        bool sticky = true;
+    };
+
+    // Where a window whose document needs `growth` more points goes: the bottom edge moves down
+    // and the top edge stays, all within `area`. None when the growth is too small to show.
+    static std::optional<Growth> grownFrame(const QRectF& frame, qreal growth, const QRectF& area);
 
     explicit WTAutoResizingWindowController(QObject* parent = nullptr);
     ~WTAutoResizingWindowController() override;

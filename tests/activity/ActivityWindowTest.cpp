@@ -315,6 +315,18 @@ TEST(AutoResizingWindowTest, GrowsDownToTheAvailableAreaAndNeverShrinks)
     EXPECT_FALSE(controller.windowSizeSticky());
 }
 
+TEST(AutoResizingWindowTest, ADocumentGrowingByLessThanAPointKeepsTheFrame)
+{
+    const QRectF frame(50, 50, 300, 100);
+    const QRectF area(0, 0, 800, 400);
+    EXPECT_FALSE(WTAutoResizingWindowController::grownFrame(frame, 0.5, area));
+    EXPECT_FALSE(WTAutoResizingWindowController::grownFrame(frame, 0.999, area));
+    const auto grown = WTAutoResizingWindowController::grownFrame(frame, 1.0, area);
+    ASSERT_TRUE(grown);
+    EXPECT_EQ(grown->frame, QRectF(50, 50, 300, 101));
+    EXPECT_TRUE(grown->sticky);
+}
+
 TEST(WindowPlacementTest, AWindowComesBackWhereItWasLeftWhileAScreenHoldsThatPlace)
 {
     QTemporaryDir folder;
