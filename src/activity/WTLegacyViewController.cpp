@@ -1,6 +1,7 @@
 #include "activity/WTLegacyViewController.h"
 
 #include <QByteArray>
+#include <QEvent>
 #include <QMetaObject>
 #include <QVariant>
 
@@ -14,6 +15,10 @@ WTLegacyViewController::WTLegacyViewController(QObject* parent)
 
 WTLegacyViewController::~WTLegacyViewController()
 {
+    // The subclass is gone by now: its hooks must not run for the view's last hide.
+    if (m_view) {
+        m_view->removeEventFilter(this);
+    }
     delete m_view.data();
 }
 
@@ -23,9 +28,30 @@ QWidget* WTLegacyViewController::view()
         m_legacyViewLoaded = true;
         m_view = loadView();
         m_view->setProperty(kControllerProperty, QVariant::fromValue(QPointer<QObject>(this)));
+        m_view->installEventFilter(this);
         viewDidLoad();
     }
     return m_view.data();
+}
+
+bool WTLegacyViewController::eventFilter(QObject* watched, QEvent* event)
+{
+    // Qt sends Show and Hide to a view whenever it comes on screen or leaves it, whether the view
+    // itself or its window changed; a view in a hidden window gets neither. Qt tells of the
+    // change only as it happens, so the will and did hooks come together. A view taken out of a
+    // minimized window is hidden a second time: the flag keeps the hooks paired.
+    if (watched == m_view) {
+        if (event->type() == QEvent::Show && !m_viewAppeared) {
+            viewWillAppear();
+            m_viewAppeared = true;
+            viewDidAppear();
+        } else if (event->type() == QEvent::Hide && m_viewAppeared) {
+            viewWillDisappear();
+            m_viewAppeared = false;
+            viewDidDisappear();
+        }
+    }
+    return QObject::eventFilter(watched, event);
 }
 
 WTLegacyViewController* WTLegacyViewController::controllerOfView(const QWidget* widget)
