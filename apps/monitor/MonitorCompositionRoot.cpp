@@ -1,5 +1,6 @@
 #include "MonitorCompositionRoot.h"
 
+#include "activity/MonitorWindowController.h"
 #include "core/MonitorActivityWindow.h"
 #include "core/MonitorDelegateScheduler.h"
 #include "core/MonitorDelegateStatusItem.h"
@@ -13,6 +14,7 @@
 #include "core/WorkerPool.h"
 #include "errors/ContextualAlertInfo.h"
 #include "foundation/RelativeDate.h"
+#include "logging/Logger.h"
 #include "messaging/ActionRunSummary.h"
 #include "platform/ClientApplication.h"
 #include "platform/linux/DBusClientApplication.h"
@@ -25,7 +27,9 @@
 #include "platform/linux/ProcMountTableWatcher.h"
 #include "platform/linux/SessionBusApplicationWatcher.h"
 #include "platform/linux/UnityLauncherDockBadge.h"
+#include "platform/linux/UnsupportedWorkspacePlacement.h"
 #include "platform/linux/WindowTaskbarPresence.h"
+#include "platform/linux/X11WorkspacePlacement.h"
 #include "preferences/MonitorDefaults.h"
 #include "references/BookmarkPath.h"
 #include "status/RecentCaptures.h"
@@ -37,6 +41,21 @@
 #include <QGuiApplication>
 #include <QPalette>
 
+namespace {
+// Only X11 lets an application ask for workspaces; elsewhere the log says so once.
+std::unique_ptr<WorkspacePlacement> makeWorkspacePlacement()
+{
+    const QString platform = QGuiApplication::platformName();
+    if (platform == QLatin1String("xcb")) {
+        if (const auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>()) {
+            return std::make_unique<X11WorkspacePlacement>(x11->connection());
+        }
+    }
+    return std::make_unique<UnsupportedWorkspacePlacement>(
+        platform, [](const QString& message) { Logger::log(3, message); });
+}
+} // namespace
+
 MonitorCompositionRoot::MonitorCompositionRoot()
 {
     // The client is reached over the session bus; it lives as long as the process.
@@ -46,6 +65,9 @@ MonitorCompositionRoot::MonitorCompositionRoot()
     ContextualAlertInfo::setCommandNamer(&CommandInfo::humanReadableNameForCommandName);
     ActionRunSummary::registerArchivableClass();
     BookmarkPath::registerArchivableClass();
+    // Every window the monitor makes asks for its workspaces this way, for the process's life.
+    static const std::unique_ptr<WorkspacePlacement> workspaces = makeWorkspacePlacement();
+    MonitorWindowController::setWorkspacePlacement(workspaces.get());
 }
 
 MonitorApplicationDelegate::Subsystems MonitorCompositionRoot::makeSubsystems() const

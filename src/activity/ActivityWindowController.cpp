@@ -270,14 +270,7 @@ void ActivityWindowController::paneControllerDidResign(const void* object)
 void ActivityWindowController::showActivityWindowInFront(bool force)
 {
     // A failure must be seen: a minimized window comes back.
-    if (m_window->isMinimized()) {
-        m_window->setWindowState(m_window->windowState() & ~Qt::WindowMinimized);
-    }
-    m_window->show();
-    m_window->raise();
-    if (force) {
-        m_window->activateWindow();
-    }
+    orderFront(force);
 }
 
 void ActivityWindowController::hideActivityWindow()

@@ -1,13 +1,75 @@
 #include "activity/MonitorWindowController.h"
 
+#include "platform/WorkspacePlacement.h"
 #include "preferences/MonitorDefaults.h"
 
+#include <QEvent>
 #include <QLabel>
 #include <QWidget>
+#include <QWindow>
+
+namespace {
+WorkspacePlacement* s_workspacePlacement = nullptr; // main thread only
+} // namespace
 
 MonitorWindowController::MonitorWindowController(QObject* parent)
     : FadingWindowController(parent)
 {}
+
+void MonitorWindowController::setWorkspacePlacement(WorkspacePlacement* placement)
+{
+    s_workspacePlacement = placement;
+}
+
+void MonitorWindowController::setWindow(QWidget* window, QScrollArea* scrollView)
+{
+    FadingWindowController::setWindow(window, scrollView);
+    const MonitorDefaults& defaults = MonitorDefaults::standardUserDefaults();
+    m_joinAllWorkspaces = defaults.monitorSpacesJoinAll();
+    m_moveToActiveWorkspace = defaults.monitorSpacesMoveToActive();
+}
+
+bool MonitorWindowController::eventFilter(QObject* watched, QEvent* event)
+{
+    // Show reaches the window before the window system maps it, which is when a window manager
+    // reads the wish; it drops the wish when the window is hidden, so every show asks again.
+    if (watched == window() && event->type() == QEvent::Show && !event->spontaneous()) {
+        placeOnWorkspaces();
+    }
+    return FadingWindowController::eventFilter(watched, event);
+}
+
+void MonitorWindowController::placeOnWorkspaces()
+{
+    QWindow* handle = window()->windowHandle();
+    if (s_workspacePlacement == nullptr || handle == nullptr) {
+        return;
+    }
+    // A window on every workspace is on the active one already; moving it there would pin it
+    // to that one alone.
+    if (m_joinAllWorkspaces) {
+        s_workspacePlacement->joinAllWorkspaces(*handle);
+    } else if (m_moveToActiveWorkspace) {
+        s_workspacePlacement->moveToActiveWorkspace(*handle);
+    }
+}
+
+void MonitorWindowController::orderFront(bool force)
+{
+    QWidget* shown = window();
+    if (shown->isMinimized()) {
+        shown->setWindowState(shown->windowState() & ~Qt::WindowMinimized);
+    }
+    // A hidden window is placed as it shows; one already shown may sit on another workspace.
+    if (shown->isVisible() && !m_joinAllWorkspaces) {
+        placeOnWorkspaces();
+    }
+    shown->show();
+    shown->raise();
+    if (force) {
+        shown->activateWindow();
+    }
+}
 
 MonitorWindowController::~MonitorWindowController()
 {

@@ -211,14 +211,7 @@ void ArchiveStatusWindowController::setRefreshDate(const QDateTime& date)
 
 void ArchiveStatusWindowController::showStatusWindowInFront(bool front)
 {
-    if (m_window->isMinimized()) {
-        m_window->setWindowState(m_window->windowState() & ~Qt::WindowMinimized);
-    }
-    m_window->show();
-    m_window->raise();
-    if (front) {
-        m_window->activateWindow();
-    }
+    orderFront(front);
     undimWindow();
 }
 

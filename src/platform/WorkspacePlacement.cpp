@@ -1,0 +1,3 @@
+#include "platform/WorkspacePlacement.h"
+
+WorkspacePlacement::~WorkspacePlacement() = default;
