@@ -1,8 +1,11 @@
 #include "references/RepositoryAliasReference.h"
 
+#include "exception/Error.h"
 #include "exception/KSException.h"
 #include "foundation/KeyedDecoder.h"
 #include "references/BookmarkPath.h"
+
+#include <cerrno>
 
 namespace {
 const QString kBookmarkField = QStringLiteral("bookmark");
@@ -55,8 +58,11 @@ RepositoryAliasReference::initWithBookmark(const QByteArray& bookmark)
 std::shared_ptr<RepositoryAliasReference>
 RepositoryAliasReference::initWithRepositoryURL(const QUrl& url)
 {
-    auto bookmarkPath = BookmarkPath::fromUrl(url, essentialBookmarkPropertyKeys());
+    Error error(Error::kPOSIXDomain, EINVAL);
+    auto bookmarkPath = BookmarkPath::fromUrl(url, essentialBookmarkPropertyKeys(), &error);
     if (!bookmarkPath) {
+        logBookmarkProblem(QStringLiteral("+[RepositoryAliasReference initWithRepositoryURL:]"),
+                           url, error);
         return nullptr;
     }
     return std::shared_ptr<RepositoryAliasReference>(

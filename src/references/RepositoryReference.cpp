@@ -164,14 +164,20 @@ QByteArray RepositoryReference::bookmarkWithOption(int options,
     const auto bookmarkPath =
         options == 0 ? BookmarkPath::fromUrl(location, resourceKeys, &error) : nullptr;
     if (!bookmarkPath) {
-        Logger::log(9, QStringLiteral("%1 problem converting URL (%2) into bookmark: %3")
-                           .arg(QStringLiteral("-[RepositoryReference "
-                                               "bookmarkWithOption:includingResourceValues:]"),
-                                location.isEmpty() ? QStringLiteral("(null)") : location.toString(),
-                                error.description()));
+        logBookmarkProblem(
+            QStringLiteral("-[RepositoryReference bookmarkWithOption:includingResourceValues:]"),
+            location, error);
         return {};
     }
     return bookmarkPath->bookmarkData();
+}
+
+void RepositoryReference::logBookmarkProblem(const QString& operation, const QUrl& url,
+                                             const Error& error)
+{
+    Logger::log(9, QStringLiteral("%1 problem converting URL (%2) into bookmark: %3")
+                       .arg(operation, url.isEmpty() ? QStringLiteral("(null)") : url.toString(),
+                            error.description()));
 }
 
 QString RepositoryReference::path() const

@@ -9,6 +9,8 @@
 #include <QVariant>
 #include <memory>
 
+class Error;
+
 // Names one archive (a folder whose name ends in ".stromi") so that the name survives being
 // sent to another process or kept in preferences: by bookmark (RepositoryAliasReference) or
 // by path (RepositoryPathReference). References are shared objects, made by the subclasses'
@@ -75,6 +77,8 @@ public:
 
 protected:
     RepositoryReference() = default;
+    // The one log line of a bookmark that could not be made.
+    static void logBookmarkProblem(const QString& operation, const QUrl& url, const Error& error);
     // This object in a QVariant holding a shared pointer of its own class.
     virtual QVariant typedVariant(std::shared_ptr<RepositoryReference> self) const = 0;
 };

@@ -219,12 +219,17 @@ TEST_F(RepositoryReferenceTest, ABookmarkThatCannotBeMadeIsLoggedAndNone)
     EXPECT_TRUE(RepositoryPathReference::initWithRepositoryURL(missing)->bookmark().isEmpty());
     EXPECT_FALSE(RepositoryAliasReference::initWithRepositoryURL(missing));
     const auto lines = m_logger->linesContaining(u"problem converting URL"_s);
-    ASSERT_EQ(lines.size(), 1);
-    EXPECT_EQ(lines[0].classification, 9);
-    EXPECT_TRUE(lines[0].message.startsWith(
-        QStringLiteral("-[RepositoryReference bookmarkWithOption:includingResourceValues:] problem "
-                       "converting URL (%1) into bookmark: Error Domain=POSIX Code=2")
-            .arg(missing.toString())));
+    ASSERT_EQ(lines.size(), 2);
+    for (const auto& [line, operation] :
+         {std::pair{lines[0], "-[RepositoryReference bookmarkWithOption:includingResourceValues:]"},
+          std::pair{lines[1], "+[RepositoryAliasReference initWithRepositoryURL:]"}}) {
+        EXPECT_EQ(line.classification, 9);
+        EXPECT_TRUE(line.message.startsWith(
+            QStringLiteral(
+                "%1 problem converting URL (%2) into bookmark: Error Domain=POSIX Code=2")
+                .arg(QLatin1String(operation), missing.toString())))
+            << line.message.toStdString();
+    }
     EXPECT_FALSE(RepositoryPathReference::referenceToPath(makeFolder(u"Disk/A.stromi"_s))
                      ->bookmarkWithOption(1, RepositoryReference::essentialBookmarkPropertyKeys())
                      .size());
