@@ -6,10 +6,13 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryDir>
+#include <atomic>
 #include <benchmark/benchmark.h>
 #include <malloc.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -130,6 +133,47 @@ BENCHMARK(BM_RebuildHistory)
     ->Unit(benchmark::kMillisecond)
     ->Iterations(1);
 
+// The rebuild on a worker thread, as the monitor runs it, while this thread plays the main
+// thread and keeps asking what the window and the menus ask: the longest single answer is how
+// long the main thread can be held up by a rebuild.
+void BM_MainThreadDuringRebuild(benchmark::State& state)
+{
+    const auto history = makeHistory(int(state.range(0)), int(state.range(1)));
+    if (!history) {
+        state.SkipWithError("cannot build the history");
+        return;
+    }
+    const QStringList asked{history->items.constFirst()};
+    qint64 longestNs = 0;
+    int questions = 0;
+    for (auto _ : state) {
+        RecentCaptures captures({}, {}, [](const std::function<void()>& job) { job(); });
+        std::atomic<bool> rebuilt = false;
+        std::thread worker([&] {
+            captures.updateRecentCaptureHistoryReevaluating(true);
+            rebuilt = true;
+        });
+        while (!rebuilt) {
+            QElapsedTimer timer;
+            timer.start();
+            benchmark::DoNotOptimize(captures.recentlyCapturedRepositories());
+            benchmark::DoNotOptimize(captures.findRepositoriesForItems(asked));
+            longestNs = std::max(longestNs, timer.nsecsElapsed());
+            ++questions;
+        }
+        worker.join();
+        if (captures.recentlyCapturedRepositories().size() != state.range(0)) {
+            state.SkipWithError("an archive was dropped");
+        }
+    }
+    state.counters["longest main-thread answer ms"] = double(longestNs) / 1e6;
+    state.counters["questions"] = questions;
+}
+BENCHMARK(BM_MainThreadDuringRebuild)
+    ->Args({20, 100000})
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(1);
+
 // One outline of 100,000 items read into its tree, from data already in memory: the parsing
 // alone, without the disk.
 void BM_ReadOutline(benchmark::State& state)
@@ -154,8 +198,8 @@ void BM_ReadOutline(benchmark::State& state)
             state.SkipWithError("the outline was not read");
         }
     }
-    state.counters["entries/s"] = benchmark::Counter(double(state.range(0)),
-                                                     benchmark::Counter::kIsIterationInvariantRate);
+    state.counters["entries/s"] =
+        benchmark::Counter(double(state.range(0)), benchmark::Counter::kIsIterationInvariantRate);
 }
 BENCHMARK(BM_ReadOutline)->Arg(100000)->Unit(benchmark::kMillisecond);
 
