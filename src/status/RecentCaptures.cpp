@@ -16,6 +16,7 @@
 #include <QFileInfo>
 #include <QSaveFile>
 #include <algorithm>
+#include <utility>
 
 namespace {
 
@@ -196,9 +197,13 @@ void RecentCaptures::updateRecentCaptureHistoryReevaluating(bool reevaluate)
     std::stable_sort(byDate.begin(), byDate.end(), [](const Record& left, const Record& right) {
         return left.info.value(kModified).toDateTime() > right.info.value(kModified).toDateTime();
     });
+    // The old records are freed after the lock: a history of many outlines takes a while.
+    QHash<QString, Record> replaced;
+    QList<Record> replacedByDate;
     QMutexLocker locker(&m_recentLock);
-    m_recentAliasInfo = std::move(rebuilt);
-    m_recentByDate = std::move(byDate);
+    replaced = std::exchange(m_recentAliasInfo, std::move(rebuilt));
+    replacedByDate = std::exchange(m_recentByDate, std::move(byDate));
+    locker.unlock();
 }
 
 QVariantMap RecentCaptures::resultRecord(const QVariantMap& info)
