@@ -1,9 +1,13 @@
 #include "platform/linux/FreedesktopFileViewer.h"
 #include "platform/linux/LogindSleepWatcher.h"
+#include "platform/linux/SessionBusApplicationWatcher.h"
 #include "support/PrivateBus.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
 #include <QTest>
 #include <gtest/gtest.h>
 
@@ -79,6 +83,40 @@ TEST(LogindSleepWatcherTest, OnlyLogindsWakeIsHeard)
     // The three signals arrive in order: had the stranger's or the sleep counted, it would show.
     QTest::qWait(50);
     EXPECT_EQ(wakes, 1);
+}
+
+// An application is a well-known name with a desktop entry of the same identifier; a name
+// without one is a service, and unique names are connections.
+TEST(SessionBusApplicationWatcherTest, NamesWithADesktopEntryComeAndGoAsApplications)
+{
+    QTemporaryDir data;
+    ASSERT_TRUE(QDir(data.path()).mkpath(u"applications"_s));
+    QFile entry(data.filePath(u"applications/org.example.Editor.desktop"_s));
+    ASSERT_TRUE(entry.open(QIODevice::WriteOnly));
+    entry.write("[Desktop Entry]\nType=Application\nName=Editor\nExec=true\n");
+    entry.close();
+    const QByteArray dataHome = qgetenv("XDG_DATA_HOME");
+    qputenv("XDG_DATA_HOME", QFile::encodeName(data.path()));
+
+    SessionBusApplicationWatcher watcher;
+    QStringList events;
+    watcher.startWatching([&events](const QString& name) { events << u"launched "_s + name; },
+                          [&events](const QString& name) { events << u"ended "_s + name; });
+    {
+        QDBusConnection editor =
+            QDBusConnection::connectToBus(QDBusConnection::SessionBus, u"ed"_s);
+        ASSERT_TRUE(editor.registerService(u"org.example.Service"_s));
+        ASSERT_TRUE(editor.registerService(u"org.example.Editor"_s));
+        ASSERT_TRUE(QTest::qWaitFor([&] { return !events.isEmpty(); }, 30000));
+        EXPECT_EQ(watcher.runningApplications(), QStringList{u"org.example.Editor"_s});
+    }
+    // The application's connection ends, as when it quits.
+    QDBusConnection::disconnectFromBus(u"ed"_s);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return events.size() == 2; }, 30000));
+    EXPECT_EQ(events,
+              (QStringList{u"launched org.example.Editor"_s, u"ended org.example.Editor"_s}));
+    EXPECT_TRUE(watcher.runningApplications().isEmpty());
+    qputenv("XDG_DATA_HOME", dataHome);
 }
 
 #include "DesktopServicesTest.moc"
