@@ -175,7 +175,9 @@ std::optional<QDBusMessage> MonitorDelegateScheduler::ask(const QString& member)
             answer->done = true;
             answer->finished.wakeAll();
         },
-        m_queryTimeoutMs);
+        // The bus gives up after this thread does, so that silence always ends at the deadline
+        // below and is logged in one wording, not sometimes as the bus's time-out.
+        2 * m_queryTimeoutMs);
     QMutexLocker locker(&answer->mutex);
     const QDeadlineTimer deadline(m_queryTimeoutMs);
     while (!answer->done && answer->finished.wait(&answer->mutex, deadline)) {
