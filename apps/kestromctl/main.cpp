@@ -3,6 +3,7 @@
 #include "ArchiveVerbs.h"
 #include "CommandVerb.h"
 #include "RequestVerbs.h"
+#include "SchedulerVerb.h"
 #include "SwitchboardVerbs.h"
 #include "logging/Logger.h"
 
@@ -15,8 +16,8 @@ constexpr quint64 kApplicationCode = 7;
 int usage(FILE* stream, int status)
 {
     std::fprintf(stream, "usage: kestromctl VERB [ARGS...]   (VERB --help for details)\n%s",
-                 (SwitchboardVerbs::usage() + CommandVerb::usage() + RequestVerbs::usage() +
-                  ArchiveVerbs::usage())
+                 (SwitchboardVerbs::usage() + CommandVerb::usage() + SchedulerVerb::usage() +
+                  RequestVerbs::usage() + ArchiveVerbs::usage())
                      .toLocal8Bit()
                      .constData());
     return status;
@@ -38,6 +39,9 @@ int main(int argc, char** argv)
     }
     if (verb == QStringLiteral("command")) {
         return CommandVerb::run(arguments);
+    }
+    if (verb == QStringLiteral("scheduler")) {
+        return SchedulerVerb::run(arguments);
     }
     if (ArchiveVerbs::handles(verb)) {
         return ArchiveVerbs::run(arguments);
