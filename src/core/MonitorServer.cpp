@@ -6,6 +6,7 @@
 #include "StromMonitoringAdaptor.h"
 #include "core/MonitorApplicationDelegate.h"
 #include "core/MonitorListenerProviderAdaptor.h"
+#include "core/WorkerPool.h"
 #include "exception/KSException.h"
 #include "foundation/KeyedArchive.h"
 #include "foundation/MainQueue.h"
@@ -84,10 +85,12 @@ QByteArray MonitorServer::queryRecentlyCapturedRepositoriesWithReply()
     return {};
 }
 
+// Finding the archives that hold items reads the mount table and the disks: never on the
+// main thread, where a thousand paths took tens of milliseconds.
 QByteArray MonitorServer::queryRepositoriesForItems(const QByteArray& items)
 {
-    replyFromMainThread(
-        [this, items] { return QVariantList{m_delegate->repositoriesForItems(items)}; });
+    replyThrough([](std::function<void()> job) { WorkerPool::shared().start(std::move(job)); },
+                 [this, items] { return QVariantList{m_delegate->repositoriesForItems(items)}; });
     return {};
 }
 

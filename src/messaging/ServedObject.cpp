@@ -23,11 +23,16 @@ void ServedObject::barrierWithCompletion()
 
 void ServedObject::replyFromMainThread(std::function<QVariantList()> work)
 {
+    replyThrough([](std::function<void()> job) { MainQueue::dispatchMainAsync(std::move(job)); },
+                 std::move(work));
+}
+
+void ServedObject::replyThrough(const Runner& run, std::function<QVariantList()> work)
+{
     setDelayedReply(true);
     const QDBusMessage call = message();
     const QDBusConnection connection = this->connection();
-    MainQueue::dispatchMainAsync(
-        [call, connection, work = std::move(work)] { connection.send(call.createReply(work())); });
+    run([call, connection, work = std::move(work)] { connection.send(call.createReply(work())); });
 }
 
 bool ServedObject::refusesCaller(const char* member)

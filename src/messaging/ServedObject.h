@@ -24,6 +24,9 @@ protected:
     // thread waiting for it: the reply carries the values the work returns. Call it from an
     // incoming call only; the caller's own return value is then ignored.
     void replyFromMainThread(std::function<QVariantList()> work);
+    // The same, with the work run where `run` puts it (a worker pool, for work that reads files).
+    using Runner = std::function<void(std::function<void()> job)>;
+    void replyThrough(const Runner& run, std::function<QVariantList()> work);
 
 private:
     friend class GatedAdaptor;

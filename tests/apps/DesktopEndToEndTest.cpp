@@ -1,8 +1,12 @@
 #include "MonitorProcessFixture.h"
+#include "foundation/KeyedArchive.h"
 #include "support/PrivateBus.h"
 
 #include <QDBusConnection>
+#include <QFile>
 #include <QFileInfo>
+#include <QTemporaryDir>
+#include <QTest>
 
 using namespace Qt::StringLiterals;
 
@@ -221,6 +225,39 @@ TEST_F(DesktopEndToEndTest, ArchiveStatusIsGradedFromItsFileAndAMissingArchiveIs
     EXPECT_TRUE(status->output().contains(u"archive not found: "_s + missing))
         << status->output().toStdString();
     EXPECT_FALSE(QFileInfo::exists(missing));
+}
+
+// A client asking which archives hold some items is answered from the capture history that a
+// capture left, whichever thread the monitor finds them on.
+TEST_F(DesktopEndToEndTest, TheArchivesHoldingItemsComeFromTheirCaptureHistory)
+{
+    QTemporaryDir folder;
+    const QString archive = folder.filePath(u"Photos.stromi"_s);
+    const QString held = folder.filePath(u"cat.jpg"_s);
+    QFile item(held);
+    ASSERT_TRUE(item.open(QIODevice::WriteOnly));
+    item.close();
+    auto create = ctl(QStringList{u"archive"_s, u"create"_s, archive, u"--outline"_s, held});
+    ASSERT_TRUE(create->finished());
+    ASSERT_EQ(create->exitCode(), 0) << create->output().toStdString();
+    ASSERT_TRUE(MessagingThread::instance().connection().send(
+        monitorCall(u"com.kestrom.StromMonitoring"_s, u"refreshRecentRepositoryCache"_s, {})));
+
+    const auto holders = [](const QStringList& paths) {
+        const QVariant answered = answer(u"StromMonitoring"_s, u"queryRepositoriesForItems"_s,
+                                         {KeyedArchive::archivedData(QVariant(paths))});
+        QStringList found;
+        for (const QVariant& record :
+             KeyedArchive::unarchivedObject(answered.toByteArray(),
+                                            KeyedArchive::propertyListClasses())
+                 .toList()) {
+            found << record.toMap().value(u"path"_s).toString();
+        }
+        return found;
+    };
+    ASSERT_TRUE(QTest::qWaitFor([&] { return !holders({held}).isEmpty(); }, 30000));
+    EXPECT_EQ(holders({folder.filePath(u"dog.jpg"_s), held}), QStringList{archive});
+    EXPECT_TRUE(holders({folder.filePath(u"dog.jpg"_s)}).isEmpty());
 }
 
 #include "DesktopEndToEndTest.moc"
