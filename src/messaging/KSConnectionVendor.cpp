@@ -35,9 +35,10 @@ void KSConnectionVendor::publishWithName(const QString& name)
     sendPublication();
 }
 
-void KSConnectionVendor::sendPublication() const
+void KSConnectionVendor::sendPublication()
 {
     if (const auto proxy = KSConnection::switchboard()) {
+        m_publishedThrough = proxy;
         proxy->send(InterfaceNames::kSwitchboarding, QStringLiteral("publishEndpoint"),
                     {QVariant::fromValue(endpoint()), m_publishedName});
     }
@@ -45,9 +46,14 @@ void KSConnectionVendor::sendPublication() const
 
 void KSConnectionVendor::switchboardDidReconnectNotification()
 {
-    if (!m_publishedName.isEmpty()) {
-        sendPublication();
+    if (m_publishedName.isEmpty()) {
+        return;
     }
+    const auto proxy = KSConnection::switchboard();
+    if (proxy && proxy == m_publishedThrough.lock()) {
+        return;
+    }
+    sendPublication();
 }
 
 void KSConnectionVendor::redact()

@@ -4,6 +4,8 @@
 
 #include <memory>
 
+class RemoteProxy;
+
 // Offers one served object to the other processes: its listener's endpoint is published on the
 // switchboard under a name, and published again whenever the process reconnects to a hub.
 class KSConnectionVendor
@@ -25,9 +27,12 @@ protected:
     AnonymousListener* listener() const { return m_listener.get(); }
 
 private:
-    void sendPublication() const;
+    void sendPublication();
 
     std::unique_ptr<AnonymousListener> m_listener;
     QString m_publishedName;
     int m_reconnectObserver = 0;
+    // The hub connection the publication last went through: its own connect notice, which
+    // reaches the main queue after the first publication, must not publish a second time.
+    std::weak_ptr<RemoteProxy> m_publishedThrough;
 };

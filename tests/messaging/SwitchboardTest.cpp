@@ -84,6 +84,17 @@ protected:
 
 TEST_F(SwitchboardTest, APublishedEndpointIsFoundUntilItsProcessRedactsOrDies)
 {
+    // Every publication is announced to all: a process publishes once, even on its first
+    // connection to the hub, or its peers would greet it twice.
+    QMutex mutex;
+    QStringList announced;
+    KSConnection::switchboardConnection()->addObserver(
+        u"test.published"_s, u"SwitchboardEndpointPublished"_s, u"Switchboard"_s,
+        [&](const QString&, const QVariantMap& info) {
+            QMutexLocker locker(&mutex);
+            announced << info.value(u"id"_s).toString();
+        });
+    ASSERT_TRUE(KSConnection::switchboardConnection()->ping());
     // Killed, the process has no chance to redact: the hub drops what it published.
     for (const int signal : {SIGKILL, SIGTERM}) {
         const QString name = u"test.served%1"_s.arg(signal);
@@ -97,6 +108,10 @@ TEST_F(SwitchboardTest, APublishedEndpointIsFoundUntilItsProcessRedactsOrDies)
         }
         EXPECT_FALSE(waitForEndpoint(name, false).has_value()) << signal;
     }
+    // Whatever the hub heard from the SIGTERM'd process came before its redaction.
+    ASSERT_TRUE(KSConnection::switchboardConnection()->ping());
+    QMutexLocker locker(&mutex);
+    EXPECT_EQ(announced.count(u"test.served15"_s), 1) << announced.join(u' ').toStdString();
 }
 
 TEST_F(SwitchboardTest, AnUnpublishedNameGivesNoProxyNoVerificationLineAndNoneOnTheCommandLine)
