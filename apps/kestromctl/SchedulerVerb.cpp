@@ -1,7 +1,6 @@
 #include "SchedulerVerb.h"
 
 #include "SchedulerPeer.h"
-#include "foundation/MainQueue.h"
 #include "foundation/RelativeDate.h"
 #include "messaging/KSConnectionServiceSingleton.h"
 #include "messaging/KSPublishedConnection.h"
@@ -146,14 +145,10 @@ int SchedulerVerb::run(const QStringList& arguments)
     const double hold = minutes > 0 ? RelativeDate::secondsSinceReferenceDate(
                                           QDateTime::currentDateTimeUtc().addSecs(minutes * 60))
                                     : 0;
-    // The hub first, and the notice of that first connection handled: a vendor publishing
-    // before it sees the notice later and publishes again, and the monitor would ask its
-    // questions twice.
     if (!KSConnection::switchboardConnection()->ping()) {
         complain(QStringLiteral("cannot reach the switchboard"));
         return 1;
     }
-    MainQueue::runPendingWork();
     KSConnectionServiceSingleton vendor(new SchedulerPeer(*actions, hold, misbehaviour));
     // The name the monitor's scheduler connection looks up.
     vendor.publishWithName(KSConnection::schedulerConnection()->publishedName());
