@@ -4,6 +4,7 @@
 #include "foundation/HumanReadableString.h"
 #include "statusmenu/StatusItemImage.h"
 #include "statusmenu/StatusMenuHost.h"
+#include "statusmenu/StatusMenuStyle.h"
 #include "tracking/ActivityProgressManager.h"
 #include "ui_StatusMenu.h"
 
@@ -68,10 +69,12 @@ QMenu* copyOfControlMenu(QMenu* source, CommandUmbrellaViewController* pane, QWi
 MonitorStatusMenuDelegate::MonitorStatusMenuDelegate(StatusMenuHost& host, QObject* parent)
     : QObject(parent)
     , m_host(host)
+    , m_style(std::make_unique<StatusMenuStyle>())
     , m_menu(std::make_unique<QMenu>())
 {
     Ui::StatusMenu form;
     form.setupUi(m_menu.get());
+    m_menu->setStyle(m_style.get());
     form.actionActivitySeparator->setSeparator(true);
     connect(form.actionOpenClient, &QAction::triggered, this, [this] { m_host.launchClient(); });
     connect(form.actionShowActivity, &QAction::triggered, this,
@@ -126,7 +129,8 @@ void MonitorStatusMenuDelegate::addActivityItems()
     if (panes.isEmpty()) {
         const StatusMenuHost::NextAction next = m_host.nextAction();
         QString text = next.title.isEmpty() ? QStringLiteral("Idle") : next.title;
-        // After a tab the menu sets the date apart, where shortcuts stand.
+        // After a tab the menu's style sets the date apart, small and grey, where shortcuts
+        // stand.
         if (next.time.isValid()) {
             text +=
                 QLatin1Char('\t') + HumanReadableString::stringWithReadableFullDateTime(next.time);

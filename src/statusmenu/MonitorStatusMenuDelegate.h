@@ -8,6 +8,7 @@
 class QAction;
 class QMenu;
 class StatusMenuHost;
+class StatusMenuStyle;
 
 // The status item's menu: fixed items from the "StatusMenu" form, found by their tags (2 the
 // archive status, 4 hold, 5 resume, 6 run action, 7 the separator the running commands follow),
@@ -37,6 +38,8 @@ private:
     QList<QAction*> activityItems() const;
 
     StatusMenuHost& m_host;
+    // Outlives the menu that draws with it.
+    std::unique_ptr<StatusMenuStyle> m_style;
     std::unique_ptr<QMenu> m_menu;
     // The actions of running panes, which cannot be run again now.
     QSet<QString> m_runningActions;

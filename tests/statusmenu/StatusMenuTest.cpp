@@ -1,6 +1,7 @@
 #include "statusmenu/MonitorStatusMenuDelegate.h"
 #include "statusmenu/StatusItemImage.h"
 #include "statusmenu/StatusMenuHost.h"
+#include "statusmenu/StatusMenuStyle.h"
 
 #include <QAction>
 #include <QDir>
@@ -258,4 +259,26 @@ TEST(StatusMenuTest, TheArchiveStatusItemShowsTheWorstStateWhenAskedTo)
         EXPECT_EQ(status->icon().isNull(), !row.checked);
         EXPECT_EQ(status->isEnabled(), row.enabled);
     }
+}
+
+TEST(StatusMenuTest, WhatFollowsATabIsDrawnSmallerAndGrey)
+{
+    FakeMenuHost host;
+    MonitorStatusMenuDelegate menu(host);
+    EXPECT_NE(qobject_cast<StatusMenuStyle*>(menu.menu()->style()), nullptr);
+
+    QFont font(u"Sans Serif"_s);
+    font.setPointSizeF(14);
+    EXPECT_EQ(StatusMenuStyle::secondaryFont(font).pointSizeF(), 10.0);
+    font.setPointSizeF(9);
+    EXPECT_EQ(StatusMenuStyle::secondaryFont(font).pointSizeF(),
+              StatusMenuStyle::kMinimumSecondaryPointSize)
+        << "a desktop's small menu font keeps the run time legible";
+
+    QPalette light(Qt::white);
+    light.setColor(QPalette::Text, Qt::black);
+    light.setColor(QPalette::Base, Qt::white);
+    const QColor grey = StatusMenuStyle::secondaryColor(light, false);
+    EXPECT_GT(grey.lightness(), 0);
+    EXPECT_LT(grey.lightness(), 128) << "dark enough to read on white";
 }
