@@ -4,6 +4,7 @@
 #include "activity/CommandUmbrellaViewController.h"
 #include "core/MonitorApplicationDelegate.h"
 #include "foundation/RelativeDate.h"
+#include "logging/Logger.h"
 #include "preferences/ImpermanentValues.h"
 #include "statusmenu/RunActionsAtController.h"
 
@@ -136,7 +137,13 @@ void MonitorActivityWindow::runAction(const QString& actionID, const QDateTime& 
         (*pane)->runAction(actionID, at);
         return;
     }
-    setActionToExecuteAt(actionID, RelativeDate::secondsSinceReferenceDate(at));
+    // The pane has retired meanwhile: the scheduler is told directly, and a failure logged.
+    const double seconds = at.isValid() ? RelativeDate::secondsSinceReferenceDate(at) : 0.0;
+    if (!setActionToExecuteAt(actionID, seconds)) {
+        Logger::log(5, QStringLiteral("Action not scheduled: the scheduler service could not be "
+                                      "contacted (action %1)")
+                           .arg(actionID));
+    }
 }
 
 QWidget* MonitorActivityWindow::window()

@@ -46,8 +46,18 @@ public:
         memory.insert(key + identifier, value);
     }
 
+    bool setActionToExecuteAt(const QString& actionID, double seconds) override
+    {
+        scheduled.append({actionID, seconds});
+        return schedulerReachable;
+    }
+    void runRescheduleSheet(const QString& actionID) override { sheets.append(actionID); }
+
     int dockCount = -1;
     std::optional<QVariantMap> nextAction;
+    QList<std::pair<QString, double>> scheduled;
+    bool schedulerReachable = true;
+    QStringList sheets;
     QString version;
     QVariantMap memory;
 };
@@ -178,6 +188,43 @@ TEST_F(ActivityWindowTest, DetailsToggleInPlaceAndASecondRunOfAnActionTakesTheFi
     EXPECT_EQ(m_window.orderedViewControllers(),
               (QList<CommandUmbrellaViewController*>{paneOf(first), paneOf(rerun)}));
     EXPECT_EQ(m_host.dockCount, 2);
+}
+
+// Stop and Reschedule asks when to run the pane's action again; the answer goes to the
+// scheduler in seconds since 2001-01-01, and a scheduler that cannot be reached is said so.
+TEST_F(ActivityWindowTest, ReschedulingReachesTheSchedulerOrSaysItCouldNot)
+{
+    CommandUmbrellaViewController* pane = paneOf(start(u"capture"_s));
+    pane->stopCommandAndReschedule(nullptr);
+    EXPECT_TRUE(m_host.sheets.isEmpty()) << "a command of no action has nothing to reschedule";
+    pane->setActionID(u"A-7"_s);
+    pane->stopCommandAndReschedule(nullptr);
+    EXPECT_EQ(m_host.sheets, QStringList{u"A-7"_s});
+
+    pane->runAction(u"A-7"_s, QDateTime(QDate(2001, 1, 2), QTime(0, 0), Qt::UTC));
+    pane->runAction(u"A-7"_s, QDateTime());
+    ASSERT_EQ(m_host.scheduled.size(), 2);
+    EXPECT_EQ(m_host.scheduled[0], (std::pair{u"A-7"_s, 86400.0}));
+    EXPECT_EQ(m_host.scheduled[1], (std::pair{u"A-7"_s, 0.0}));
+
+    QStringList alerts;
+    CommandUmbrellaViewController::setAlertPresenter(
+        [&alerts](const QString& message, const QString& informative) {
+            alerts << message << informative;
+        });
+    m_host.schedulerReachable = false;
+    try {
+        pane->runAction(u"A-7"_s, QDateTime());
+        ADD_FAILURE() << "no exception";
+    } catch (const KSException& failure) {
+        EXPECT_EQ(failure.name(), u"Process"_s);
+        EXPECT_EQ(failure.reason(), u"Action not scheduled"_s);
+        EXPECT_EQ(failure.details().value(u"uuid"_s), QVariant(u"A-7"_s));
+    }
+    CommandUmbrellaViewController::setAlertPresenter({});
+    EXPECT_EQ(alerts, (QStringList{u"Action not scheduled"_s,
+                                   u"The scheduler service could not be contacted. Open or reopen "
+                                   "the Kestrom application to install the scheduler."_s}));
 }
 
 TEST_F(ActivityWindowTest, IdlePaneFollowsPanesAndTheNextActionTime)
