@@ -1,6 +1,7 @@
 // kestrom-activity-gallery: renders the activity window's states to PNG files, in a light and a
 // dark palette, for a reviewer on a machine without a display. Panes are driven by real
 // progress managers fed the dictionaries a command would send.
+#include "Gallery.h"
 #include "activity/ActivityWindowController.h"
 #include "activity/ActivityWindowHost.h"
 #include "activity/CommandDetailsViewController.h"
@@ -256,23 +257,6 @@ QString writeSampleLog(const QDir& folder)
     return path;
 }
 
-QPalette darkPalette()
-{
-    QPalette dark(QColor(0x35, 0x35, 0x35), QColor(0x2a, 0x2a, 0x2a));
-    dark.setColor(QPalette::Highlight, QColor(0x3d, 0x8e, 0xe6));
-    return dark;
-}
-
-bool save(QWidget* widget, const QDir& folder, const QString& name, const QString& what)
-{
-    const QString path = folder.filePath(name + QStringLiteral(".png"));
-    if (!widget->grab().save(path)) {
-        std::fprintf(stderr, "cannot write %s\n", qPrintable(path));
-        return false;
-    }
-    std::printf("%s  %s\n", qPrintable(path), qPrintable(what));
-    return true;
-}
 // View Log for a failure that names no line: the monitor's viewer at the end of the log.
 bool saveLogViewerAtTheEnd(const QDir& folder, const QString& log, const QString& paletteName)
 {
@@ -281,8 +265,9 @@ bool saveLogViewerAtTheEnd(const QDir& folder, const QString& log, const QString
     viewer.resize(720, 120);
     viewer.showLogLine(LogLine());
     QCoreApplication::processEvents();
-    return save(&viewer, folder, QStringLiteral("log-viewer-end-%1").arg(paletteName),
-                QStringLiteral("View Log for a failure without a line: the end of the log"));
+    return Gallery::save(
+        &viewer, folder, QStringLiteral("log-viewer-end-%1").arg(paletteName),
+        QStringLiteral("View Log for a failure without a line: the end of the log"));
 }
 
 // The log rotated while the viewer was open at a line: it follows the new file.
@@ -307,8 +292,8 @@ bool saveLogViewerAfterARotation(const QDir& folder, const QString& paletteName)
     viewer.followFile();
     QCoreApplication::processEvents();
     const bool written =
-        save(&viewer, folder, QStringLiteral("log-viewer-rotated-%1").arg(paletteName),
-             QStringLiteral("the log viewer following the new file after a rotation"));
+        Gallery::save(&viewer, folder, QStringLiteral("log-viewer-rotated-%1").arg(paletteName),
+                      QStringLiteral("the log viewer following the new file after a rotation"));
     QFile::remove(path + QStringLiteral(".1"));
     QFile::remove(path);
     return written;
@@ -335,8 +320,9 @@ bool saveDetailsHint(const QDir& folder, const QString& paletteName)
         }
     }
     const bool written =
-        hint != nullptr && save(hint, folder, QStringLiteral("details-hint-%1").arg(paletteName),
-                                QStringLiteral("the hint that a click shows a pane's details"));
+        hint != nullptr &&
+        Gallery::save(hint, folder, QStringLiteral("details-hint-%1").arg(paletteName),
+                      QStringLiteral("the hint that a click shows a pane's details"));
     scene.window().closeDetailsHint();
     if (before.isValid()) {
         defaults.setObject(before, key);
@@ -347,44 +333,28 @@ bool saveDetailsHint(const QDir& folder, const QString& paletteName)
 
 int main(int argc, char** argv)
 {
-    if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
-        setenv("QT_QPA_PLATFORM", "offscreen", 0);
-    }
-    // The offscreen platform reports every window call it ignores; none matters for a picture.
-    qInstallMessageHandler([](QtMsgType type, const QMessageLogContext&, const QString& message) {
-        if (!message.startsWith(QLatin1String("This plugin does not support"))) {
-            std::fprintf(stderr, "%s%s\n", type >= QtWarningMsg ? "warning: " : "",
-                         qPrintable(message));
-        }
-    });
+    Gallery::prepare();
     QApplication app(argc, argv);
-    // Without a chosen locale the pictures read as an English reader would see them.
-    if (QLocale::system().language() == QLocale::C) {
-        QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    int status = 0;
+    const std::optional<QDir> chosen = Gallery::folder("kestrom-activity-gallery", status);
+    if (!chosen) {
+        return status;
     }
-    const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.size() != 2) {
-        std::fprintf(stderr, "usage: kestrom-activity-gallery FOLDER\n");
-        return 2;
-    }
-    const QDir folder(arguments.at(1));
-    if (!QDir().mkpath(folder.path())) {
-        std::fprintf(stderr, "cannot make %s\n", qPrintable(folder.path()));
-        return 1;
-    }
+    const QDir& folder = *chosen;
     ContextualAlertInfo::setCommandNamer(&CommandInfo::humanReadableNameForCommandName);
     const QPalette light = QApplication::palette();
     const QString log = writeSampleLog(folder);
     bool written = true;
-    for (const auto& [paletteName, palette] : {std::pair{QStringLiteral("light"), light},
-                                               std::pair{QStringLiteral("dark"), darkPalette()}}) {
+    for (const auto& [paletteName, palette] :
+         {std::pair{QStringLiteral("light"), light},
+          std::pair{QStringLiteral("dark"), Gallery::darkPalette()}}) {
         QApplication::setPalette(palette);
         for (const Shot& shot : kShots) {
             Scene scene;
-            written &=
-                save(shot.render(scene), folder,
-                     QStringLiteral("activity-%1-%2").arg(QLatin1String(shot.name), paletteName),
-                     QLatin1String(shot.what));
+            written &= Gallery::save(
+                shot.render(scene), folder,
+                QStringLiteral("activity-%1-%2").arg(QLatin1String(shot.name), paletteName),
+                QLatin1String(shot.what));
         }
         LogViewerWindow viewer;
         viewer.setLogFilePath(log);
@@ -392,8 +362,9 @@ int main(int argc, char** argv)
         viewer.showLogLine(LogLineIdentifier::fromString(QStringLiteral("4.12")));
         viewer.show();
         QCoreApplication::processEvents();
-        written &= save(&viewer, folder, QStringLiteral("log-viewer-%1").arg(paletteName),
-                        QStringLiteral("the log viewer at a failure's line and its sub-lines"));
+        written &=
+            Gallery::save(&viewer, folder, QStringLiteral("log-viewer-%1").arg(paletteName),
+                          QStringLiteral("the log viewer at a failure's line and its sub-lines"));
         written &= saveLogViewerAtTheEnd(folder, log, paletteName);
         written &= saveLogViewerAfterARotation(folder, paletteName);
         written &= saveDetailsHint(folder, paletteName);

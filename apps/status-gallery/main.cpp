@@ -2,6 +2,7 @@
 // palette, for a reviewer on a machine without a display: archives in every state, summary and
 // detailed rows, each mode of the size bar. The statuses are real mirror files in a folder of
 // the gallery's own; the window reads and grades them as the monitor does.
+#include "Gallery.h"
 #include "platform/SleepWatcher.h"
 #include "preferences/ImpermanentValues.h"
 #include "preferences/MonitorDefaults.h"
@@ -95,24 +96,6 @@ void writeStatuses(const QString& folder)
     }
 }
 
-QPalette darkPalette()
-{
-    QPalette dark(QColor(0x35, 0x35, 0x35), QColor(0x2a, 0x2a, 0x2a));
-    dark.setColor(QPalette::Highlight, QColor(0x3d, 0x8e, 0xe6));
-    return dark;
-}
-
-bool save(QWidget* widget, const QDir& folder, const QString& name, const QString& what)
-{
-    const QString path = folder.filePath(name + QStringLiteral(".png"));
-    if (!widget->grab().save(path)) {
-        std::fprintf(stderr, "cannot write %s\n", qPrintable(path));
-        return false;
-    }
-    std::printf("%s  %s\n", qPrintable(path), qPrintable(what));
-    return true;
-}
-
 void settle(ArchiveStatusWindowController& window)
 {
     QEventLoop loop;
@@ -129,19 +112,17 @@ void settle(ArchiveStatusWindowController& window)
 
 int main(int argc, char** argv)
 {
+    Gallery::prepare();
     QApplication app(argc, argv);
-    if (QLocale::system().language() == QLocale::C) {
-        QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    int status = 0;
+    const std::optional<QDir> chosen = Gallery::folder("kestrom-status-gallery", status);
+    if (!chosen) {
+        return status;
     }
-    const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.size() != 2) {
-        std::fprintf(stderr, "usage: kestrom-status-gallery FOLDER\n");
-        return 2;
-    }
-    const QDir folder(arguments.at(1));
+    const QDir& folder = *chosen;
     QTemporaryDir config;
-    if (!QDir().mkpath(folder.path()) || !config.isValid()) {
-        std::fprintf(stderr, "cannot make %s\n", qPrintable(folder.path()));
+    if (!config.isValid()) {
+        std::fprintf(stderr, "cannot make a temporary folder\n");
         return 1;
     }
     // The gallery's statuses and choices never touch the user's own.
@@ -162,8 +143,9 @@ int main(int argc, char** argv)
 
     const QPalette light = QApplication::palette();
     bool written = true;
-    for (const auto& [paletteName, palette] : {std::pair{QStringLiteral("light"), light},
-                                               std::pair{QStringLiteral("dark"), darkPalette()}}) {
+    for (const auto& [paletteName, palette] :
+         {std::pair{QStringLiteral("light"), light},
+          std::pair{QStringLiteral("dark"), Gallery::darkPalette()}}) {
         QApplication::setPalette(palette);
         for (const auto& row : window.statusControllers()) {
             impermanent.setImpermanentValue(false, ArchiveStatusViewController::kStatusDetails,
@@ -171,9 +153,9 @@ int main(int argc, char** argv)
             row->restoreDefaultView();
         }
         settle(window);
-        written &=
-            save(window.window(), folder, QStringLiteral("status-summary-%1").arg(paletteName),
-                 QStringLiteral("every archive state as a summary row"));
+        written &= Gallery::save(window.window(), folder,
+                                 QStringLiteral("status-summary-%1").arg(paletteName),
+                                 QStringLiteral("every archive state as a summary row"));
         for (unsigned mode : {0U, 1U, 2U}) {
             for (const auto& row : window.statusControllers()) {
                 impermanent.setImpermanentValue(true, ArchiveStatusViewController::kStatusDetails,
@@ -183,9 +165,10 @@ int main(int argc, char** argv)
                 row->restoreDefaultView();
             }
             settle(window);
-            written &= save(window.window(), folder,
-                            QStringLiteral("status-detailed-mode%1-%2").arg(mode).arg(paletteName),
-                            QStringLiteral("detailed rows, size bar in mode %1").arg(mode));
+            written &= Gallery::save(
+                window.window(), folder,
+                QStringLiteral("status-detailed-mode%1-%2").arg(mode).arg(paletteName),
+                QStringLiteral("detailed rows, size bar in mode %1").arg(mode));
         }
     }
     return written ? 0 : 1;

@@ -4,6 +4,7 @@
 // connected to commands played on a second bus connection of this process, so titles, run times
 // and live states come over the bus as they do in the monitor.
 #include "FakeCommand.h"
+#include "Gallery.h"
 #include "PeerBus.h"
 #include "activity/ActivityWindowController.h"
 #include "activity/ActivityWindowHost.h"
@@ -320,17 +321,6 @@ QImage renderIcons(bool dark)
     return sheet;
 }
 
-bool save(const QImage& image, const QDir& folder, const QString& name, const QString& what)
-{
-    const QString path = folder.filePath(name + QStringLiteral(".png"));
-    if (image.isNull() || !image.save(path)) {
-        std::fprintf(stderr, "cannot write %s\n", qPrintable(path));
-        return false;
-    }
-    std::printf("%s  %s\n", qPrintable(path), qPrintable(what));
-    return true;
-}
-
 using Render = std::function<QImage(Scene&)>;
 
 struct Shot
@@ -388,60 +378,36 @@ bool saveDialogs(const QDir& folder, const QString& paletteName)
     QuietScheduler scheduler;
     HoldSchedulesUntilController hold(scheduler, {});
     hold.setHelpButtonHidden(true);
-    bool written =
-        save(renderModal([&hold] { hold.runHoldDialog(); }), folder,
-             QStringLiteral("hold-dialog-%1").arg(paletteName),
-             QStringLiteral("the hold dialog, proposing one hour from the current minute"));
+    bool written = Gallery::save(
+        renderModal([&hold] { hold.runHoldDialog(); }), folder,
+        QStringLiteral("hold-dialog-%1").arg(paletteName),
+        QStringLiteral("the hold dialog, proposing one hour from the current minute"));
 
     SheetOwner owner;
     RunActionsAtController sheet({});
     sheet.setDelegate(&owner);
-    written &=
-        save(renderModal([&sheet] {
-                 sheet.runSheetWithDefaultDate(std::nullopt, {QStringLiteral("A-CAPTURE-HOME")});
-             }),
-             folder, QStringLiteral("run-at-sheet-%1").arg(paletteName),
-             QStringLiteral("the run-at sheet of a stopped and rescheduled command"));
+    written &= Gallery::save(
+        renderModal([&sheet] {
+            sheet.runSheetWithDefaultDate(std::nullopt, {QStringLiteral("A-CAPTURE-HOME")});
+        }),
+        folder, QStringLiteral("run-at-sheet-%1").arg(paletteName),
+        QStringLiteral("the run-at sheet of a stopped and rescheduled command"));
     sheet.setDelegate(nullptr);
     return written;
-}
-
-QPalette darkPalette()
-{
-    QPalette dark(QColor(0x35, 0x35, 0x35), QColor(0x2a, 0x2a, 0x2a));
-    dark.setColor(QPalette::Highlight, QColor(0x3d, 0x8e, 0xe6));
-    return dark;
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
-        setenv("QT_QPA_PLATFORM", "offscreen", 0);
-    }
-    // The offscreen platform reports every window call it ignores; none matters for a picture.
-    qInstallMessageHandler([](QtMsgType type, const QMessageLogContext&, const QString& message) {
-        if (!message.startsWith(QLatin1String("This plugin does not support"))) {
-            std::fprintf(stderr, "%s%s\n", type >= QtWarningMsg ? "warning: " : "",
-                         qPrintable(message));
-        }
-    });
+    Gallery::prepare();
     QApplication app(argc, argv);
-    // Without a chosen locale the pictures read as an English reader would see them.
-    if (QLocale::system().language() == QLocale::C) {
-        QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    int status = 0;
+    const std::optional<QDir> chosen = Gallery::folder("kestrom-statusmenu-gallery", status);
+    if (!chosen) {
+        return status;
     }
-    const QStringList arguments = QCoreApplication::arguments();
-    if (arguments.size() != 2) {
-        std::fprintf(stderr, "usage: kestrom-statusmenu-gallery FOLDER\n");
-        return 2;
-    }
-    const QDir folder(arguments.at(1));
-    if (!QDir().mkpath(folder.path())) {
-        std::fprintf(stderr, "cannot make %s\n", qPrintable(folder.path()));
-        return 1;
-    }
+    const QDir& folder = *chosen;
     // The panes' commands answer over the bus, as real ones do.
     if (!MessagingThread::instance().connection().isConnected()) {
         std::fprintf(stderr,
@@ -455,20 +421,21 @@ int main(int argc, char** argv)
 
     const QPalette light = QApplication::palette();
     bool written = true;
-    for (const auto& [paletteName, palette] : {std::pair{QStringLiteral("light"), light},
-                                               std::pair{QStringLiteral("dark"), darkPalette()}}) {
+    for (const auto& [paletteName, palette] :
+         {std::pair{QStringLiteral("light"), light},
+          std::pair{QStringLiteral("dark"), Gallery::darkPalette()}}) {
         QApplication::setPalette(palette);
         for (const Shot& shot : kShots) {
             Scene scene(peer);
-            written &=
-                save(shot.render(scene), folder,
-                     QStringLiteral("statusmenu-%1-%2").arg(QLatin1String(shot.name), paletteName),
-                     QLatin1String(shot.what));
+            written &= Gallery::save(
+                shot.render(scene), folder,
+                QStringLiteral("statusmenu-%1-%2").arg(QLatin1String(shot.name), paletteName),
+                QLatin1String(shot.what));
         }
         written &= saveDialogs(folder, paletteName);
-        written &= save(renderIcons(paletteName == QLatin1String("dark")), folder,
-                        QStringLiteral("status-item-icons-%1").arg(paletteName),
-                        QStringLiteral("every status item image at 22 and 44 pixels"));
+        written &= Gallery::save(renderIcons(paletteName == QLatin1String("dark")), folder,
+                                 QStringLiteral("status-item-icons-%1").arg(paletteName),
+                                 QStringLiteral("every status item image at 22 and 44 pixels"));
     }
     return written ? 0 : 1;
 }
