@@ -1,32 +1,17 @@
-#include "MonitorProcessFixture.h"
+#include "StatusPanelFixture.h"
 #include "foundation/RelativeDate.h"
 #include "messaging/InterfaceNames.h"
 #include "preferences/PropertyList.h"
 #include "support/PrivateBus.h"
 
-#include <QDBusArgument>
-#include <QDBusConnection>
-#include <QDBusContext>
-#include <QDBusVariant>
-#include <QMutex>
 #include <QRegularExpression>
-#include <QTemporaryDir>
-#include <QTest>
-#include <QThread>
 
 using namespace Qt::StringLiterals;
 
 namespace {
 [[maybe_unused]] const bool s_privateBus = (PrivateBus::use(), true);
 
-const QString kItem = u"org.kde.StatusNotifierItem"_s;
-const QString kMenu = u"com.canonical.dbusmenu"_s;
 const QString kDocumentsUUID = u"8d1e4b7a-0c3f-4e62-9b15-2f6a7c9e0d11"_s;
-
-QDBusConnection panelBus()
-{
-    return QDBusConnection::connectToBus(QDBusConnection::SessionBus, u"panel"_s);
-}
 
 double referenceSecondsNow()
 {
@@ -34,77 +19,19 @@ double referenceSecondsNow()
 }
 } // namespace
 
-// Enough of a panel for the monitor's item to register and show its menu.
-class SchedulerTestWatcher : public QObject, protected QDBusContext
-{
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.kde.StatusNotifierWatcher")
-    Q_PROPERTY(bool IsStatusNotifierHostRegistered READ hostRegistered)
-public:
-    bool hostRegistered() const { return true; }
-    QString item() const
-    {
-        QMutexLocker locker(&m_mutex);
-        return m_item;
-    }
-
-public Q_SLOTS:
-    Q_SCRIPTABLE void RegisterStatusNotifierItem(const QString& service)
-    {
-        QMutexLocker locker(&m_mutex);
-        m_item = service.startsWith(u'/') ? message().service() : service;
-    }
-
-private:
-    mutable QMutex m_mutex;
-    QString m_item;
-};
-
 // The real hub, the real monitor with its status item in a panel the test plays, and the real
 // scheduler peer of kestromctl.
-class SchedulerEndToEndTest : public MonitorProcessFixture
+class SchedulerEndToEndTest : public StatusPanelFixture
 {
 protected:
-    struct MenuItem
-    {
-        int id = 0;
-        QString label;
-        bool enabled = true;
-        QList<MenuItem> children;
-    };
-
-    void SetUp() override
-    {
-        SwitchboardFixture::SetUp();
-        ASSERT_TRUE(m_config.isValid());
-        qputenv("XDG_CONFIG_HOME", m_config.path().toLocal8Bit());
-        if (qEnvironmentVariableIsEmpty("DISPLAY")) {
-            GTEST_SKIP() << "the panel's tray needs a display: run through scripts/headless";
-        }
-        m_panelThread.start();
-        m_watcher.moveToThread(&m_panelThread);
-        QDBusConnection bus = panelBus();
-        ASSERT_TRUE(bus.registerObject(u"/StatusNotifierWatcher"_s, &m_watcher,
-                                       QDBusConnection::ExportScriptableSlots |
-                                           QDBusConnection::ExportAllProperties));
-        ASSERT_TRUE(bus.registerService(u"org.kde.StatusNotifierWatcher"_s));
-        startMonitor(QStringLiteral(MONITOR_PROGRAM), {}, u"xcb"_s);
-        const QDBusMessage shown =
-            ask(u"com.kestrom.KSComponentPreferencing"_s, u"setComponentPreferenceValue"_s,
-                {KeyedArchive::archivedData(true), u"KSShowStatusMenu"_s});
-        ASSERT_TRUE(shown.arguments().value(0).toBool());
-        ASSERT_TRUE(QTest::qWaitFor([this] { return !m_watcher.item().isEmpty(); }, 30000))
-            << m_monitor->output().toStdString();
-    }
+    SchedulerEndToEndTest()
+        : StatusPanelFixture({u"KSShowStatusMenu"_s})
+    {}
 
     void TearDown() override
     {
         m_scheduler.reset();
-        MonitorProcessFixture::TearDown();
-        panelBus().unregisterService(u"org.kde.StatusNotifierWatcher"_s);
-        panelBus().unregisterObject(u"/StatusNotifierWatcher"_s);
-        m_panelThread.quit();
-        m_panelThread.wait();
+        StatusPanelFixture::TearDown();
     }
 
     // The monitor may ask before the scheduler has said it serves: wait for what comes later.
@@ -122,81 +49,6 @@ protected:
         return lines;
     }
 
-    QString menuPath() const
-    {
-        QDBusMessage get =
-            QDBusMessage::createMethodCall(m_watcher.item(), u"/StatusNotifierItem"_s,
-                                           u"org.freedesktop.DBus.Properties"_s, u"Get"_s);
-        get << kItem << u"Menu"_s;
-        const QDBusMessage reply = panelBus().call(get, QDBus::Block, 30000);
-        return reply.arguments()
-            .value(0)
-            .value<QDBusVariant>()
-            .variant()
-            .value<QDBusObjectPath>()
-            .path();
-    }
-
-    static MenuItem readItem(const QDBusArgument& argument)
-    {
-        MenuItem item;
-        QVariantMap properties;
-        argument.beginStructure();
-        argument >> item.id >> properties;
-        argument.beginArray();
-        while (!argument.atEnd()) {
-            QDBusVariant child;
-            argument >> child;
-            item.children.append(readItem(child.variant().value<QDBusArgument>()));
-        }
-        argument.endArray();
-        argument.endStructure();
-        item.label = properties.value(u"label"_s).toString().remove(u'_');
-        item.enabled = properties.value(u"enabled"_s, true).toBool();
-        return item;
-    }
-
-    // The menu as a panel reads it when the user opens it: the monitor rebuilds it first.
-    MenuItem openMenu() const
-    {
-        QDBusMessage aboutToShow =
-            QDBusMessage::createMethodCall(m_watcher.item(), menuPath(), kMenu, u"AboutToShow"_s);
-        aboutToShow << 0;
-        panelBus().call(aboutToShow, QDBus::Block, 30000);
-        QDBusMessage layout =
-            QDBusMessage::createMethodCall(m_watcher.item(), menuPath(), kMenu, u"GetLayout"_s);
-        layout << 0 << -1 << QStringList();
-        const QDBusMessage reply = panelBus().call(layout, QDBus::Block, 30000);
-        return readItem(reply.arguments().value(1).value<QDBusArgument>());
-    }
-
-    // The first item, depth first, whose label starts so; id 0 when there is none.
-    static MenuItem find(const MenuItem& menu, const QString& label)
-    {
-        for (const MenuItem& item : menu.children) {
-            if (item.label.startsWith(label)) {
-                return item;
-            }
-            if (const MenuItem found = find(item, label); found.id != 0) {
-                return found;
-            }
-        }
-        return {};
-    }
-
-    // As a panel does when the user chooses the item.
-    void click(const QString& label) const
-    {
-        const MenuItem item = find(openMenu(), label);
-        ASSERT_NE(item.id, 0) << label.toStdString();
-        ASSERT_TRUE(item.enabled) << label.toStdString();
-        QDBusMessage event =
-            QDBusMessage::createMethodCall(m_watcher.item(), menuPath(), kMenu, u"Event"_s);
-        event << item.id << u"clicked"_s << QVariant::fromValue(QDBusVariant(0)) << 0U;
-        const QDBusMessage reply = panelBus().call(event, QDBus::Block, 30000);
-        ASSERT_EQ(reply.type(), QDBusMessage::ReplyMessage) << reply.errorMessage().toStdString();
-    }
-
     bool holdShown() const
     {
         const MenuItem menu = openMenu();
@@ -204,9 +56,6 @@ protected:
                find(menu, u"Resume Schedules"_s).enabled;
     }
 
-    QTemporaryDir m_config;
-    QThread m_panelThread;
-    SchedulerTestWatcher m_watcher;
     std::unique_ptr<ChildProcess> m_scheduler;
 };
 
@@ -330,5 +179,3 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<Misbehaviour>& mode) {
         return QString::fromLatin1(mode.param.mode).remove(u'-').toStdString();
     });
-
-#include "SchedulerEndToEndTest.moc"
