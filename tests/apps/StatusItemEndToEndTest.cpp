@@ -74,7 +74,16 @@ TEST_F(StatusItemEndToEndTest, ThePanelShowsTheItemItsStateAndItsMenu)
         },
         30000))
         << toolTip().toStdString();
-    const MenuItem running = openMenu();
+    // The pane learns what its command can do by asking it: until the answer, Stop is off.
+    MenuItem running;
+    ASSERT_TRUE(QTest::qWaitFor(
+        [&] {
+            running = openMenu();
+            return !running.children.isEmpty() &&
+                   labels(running.children.last()).contains(u"Stop"_s);
+        },
+        30000))
+        << labels(running).join(u" | "_s).toStdString();
     const QStringList shown = labels(running);
     EXPECT_EQ(shown.at(2), u"Archive Status…"_s);
     ASSERT_EQ(shown.size(), 11) << shown.join(u" | "_s).toStdString();
