@@ -56,7 +56,7 @@ protected:
     void show(QMessageBox& box)
     {
         box.show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(&box));
+        ASSERT_TRUE(QTest::qWaitForWindowExposed(&box, 30000));
     }
 
     // Leaves what the box looks like where a reviewer finds it.

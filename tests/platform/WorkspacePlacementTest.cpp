@@ -174,7 +174,7 @@ TEST_F(X11WorkspacePlacementTest, AWindowNotYetMappedCarriesTheWishThroughItsMap
     EXPECT_TRUE(isSticky(m_window));
     // Qt writes its own window states as it maps the window; the wish must survive that.
     m_window.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&m_window));
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&m_window, 30000));
     EXPECT_EQ(desktopOf(m_window), std::vector<std::uint32_t>{0xFFFFFFFF});
     EXPECT_TRUE(isSticky(m_window));
 }
@@ -183,7 +183,7 @@ TEST_F(X11WorkspacePlacementTest, AShownWindowAsksTheWindowManagerThroughTheRoot
 {
     m_server.listenToRoot();
     m_window.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&m_window));
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&m_window, 30000));
     m_placement->joinAllWorkspaces(m_window);
     const auto desktop = m_server.clientMessage(idOf(m_window), "_NET_WM_DESKTOP");
     ASSERT_TRUE(desktop);

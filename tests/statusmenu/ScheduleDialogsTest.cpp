@@ -55,24 +55,32 @@ QDateTime local(int year, int month, int day, int hour, int minute, int second =
     return QDateTime(QDate(year, month, day), QTime(hour, minute, second));
 }
 
-// Hands the modal dialog `run` opens to `drive`; one left up fails the test and is closed.
+// Hands the modal dialog `run` opens to `drive`, as soon as it is up however busy the machine
+// is; one left up fails the test and is closed.
 void whileModal(const std::function<void(QDialog&)>& drive, const std::function<void()>& run)
 {
     bool driven = false;
-    QTimer::singleShot(0, qApp, [&] {
-        if (auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget())) {
-            driven = true;
-            // As a desktop does with a new modal window.
-            dialog->activateWindow();
-            EXPECT_TRUE(QTest::qWaitForWindowActive(dialog));
-            drive(*dialog);
-            if (dialog->isVisible()) {
-                ADD_FAILURE() << "the dialog is still up";
-                dialog->reject();
-            }
+    QTimer poll;
+    poll.setInterval(10);
+    QObject::connect(&poll, &QTimer::timeout, qApp, [&] {
+        auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+        if (dialog == nullptr || !dialog->isVisible()) {
+            return;
+        }
+        poll.stop();
+        driven = true;
+        // As a desktop does with a new modal window.
+        dialog->activateWindow();
+        EXPECT_TRUE(QTest::qWaitForWindowActive(dialog, 30000));
+        drive(*dialog);
+        if (dialog->isVisible()) {
+            ADD_FAILURE() << "the dialog is still up";
+            dialog->reject();
         }
     });
+    poll.start();
     run();
+    poll.stop();
     EXPECT_TRUE(driven);
 }
 

@@ -79,7 +79,7 @@ TEST(ArchiveStatusSizeViewTest, StartsWithFreeSpaceAndUserChoicesCycleTheModes)
     EXPECT_EQ(view.accessibleName(), u"Archive size"_s);
     view.resize(300, view.heightForWidth(300));
     view.show();
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view));
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&view, 30000));
     QSignalSpy spy(&view, &ArchiveStatusSizeView::viewModeSelected);
     const QPoint bar = view.barRect().center().toPoint();
     const QPoint below(bar.x(), view.height() - 1);
@@ -244,7 +244,7 @@ TEST(StatusViewsRenderingTest, LightsAndBarsTakeTheirColoursFromEitherDesktop)
         sheet.resize(384, sheet.heightForWidth(384));
         sheet.show();
         sheet.activateWindow();
-        ASSERT_TRUE(QTest::qWaitForWindowActive(&sheet));
+        ASSERT_TRUE(QTest::qWaitForWindowActive(&sheet, 30000));
         bars[4]->setFocus();
         const QImage image = sheet.grab().toImage();
         EXPECT_TRUE(image.save(QDir(QStringLiteral(KESTROM_IMAGE_DIR))
