@@ -42,7 +42,8 @@ private:
     void record(const QString& event)
     {
         events.append(event);
-        onMainThread = onMainThread && QThread::currentThread() == qApp->thread();
+        onMainThread =
+            onMainThread && QThread::currentThread() == QCoreApplication::instance()->thread();
     }
 };
 } // namespace
