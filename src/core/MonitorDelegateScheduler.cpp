@@ -205,7 +205,10 @@ bool MonitorDelegateScheduler::tell(const QString& member, const QVariantList& a
     return MessagingThread::instance().connection().send(message);
 }
 
-std::optional<QVariant> MonitorDelegateScheduler::archivedReply(const QString& member)
+// The answer's keyed archive, read and of the type asked for; anything else is logged once.
+std::optional<QVariant> MonitorDelegateScheduler::archivedReply(const QString& member,
+                                                                QMetaType::Type type,
+                                                                const QString& typeName)
 {
     const std::optional<QDBusMessage> reply = ask(member);
     if (!reply) {
@@ -222,32 +225,27 @@ std::optional<QVariant> MonitorDelegateScheduler::archivedReply(const QString& m
         logOnce(member, QStringLiteral("a keyed archive that cannot be read"));
         return std::nullopt;
     }
+    if (value.typeId() != type) {
+        logOnce(member, QStringLiteral("an answer that is no %1").arg(typeName));
+        return std::nullopt;
+    }
     return value;
 }
 
 std::optional<QVariantMap> MonitorDelegateScheduler::queryNextScheduledActionInfo()
 {
-    const QString member = QStringLiteral("queryNextScheduledActionInfoWithReply");
-    const std::optional<QVariant> info = archivedReply(member);
-    if (!info) {
-        return std::nullopt;
-    }
-    if (info->typeId() != QMetaType::QVariantMap) {
-        logOnce(member, QStringLiteral("an answer that is no dictionary"));
-        return std::nullopt;
-    }
-    return info->toMap();
+    const std::optional<QVariant> info =
+        archivedReply(QStringLiteral("queryNextScheduledActionInfoWithReply"),
+                      QMetaType::QVariantMap, QStringLiteral("dictionary"));
+    return info ? std::optional(info->toMap()) : std::nullopt;
 }
 
 std::optional<QVariantList> MonitorDelegateScheduler::queryActionsInfo()
 {
     const QString member = QStringLiteral("queryActionsInfoWithReply");
-    const std::optional<QVariant> actions = archivedReply(member);
+    const std::optional<QVariant> actions =
+        archivedReply(member, QMetaType::QVariantList, QStringLiteral("array"));
     if (!actions) {
-        return std::nullopt;
-    }
-    if (actions->typeId() != QMetaType::QVariantList) {
-        logOnce(member, QStringLiteral("an answer that is no array"));
         return std::nullopt;
     }
     QVariantList dictionaries;

@@ -70,7 +70,8 @@ private:
     std::optional<QDBusMessage> ask(const QString& member);
     bool tell(const QString& member, const QVariantList& arguments);
     // The keyed archive of the reply's first value; none (logged once) when it is not one.
-    std::optional<QVariant> archivedReply(const QString& member);
+    std::optional<QVariant> archivedReply(const QString& member, QMetaType::Type type,
+                                          const QString& typeName);
     // Any thread.
     void setHoldDate(std::optional<QDateTime> date);
     std::optional<QDateTime> saneHoldDate(const QVariant& value, const QString& where);
